@@ -1,0 +1,41 @@
+# Flags as functions on targets. Options of a target come behind CMAKE_CXX_FLAGS on the command line, so what is set here
+# wins over what a user or a package builder sets globally.
+
+# One result per input: nothing fused, nothing reassociated, no x87 registers. `-Ofast` and `-ffast-math` from outside are
+# taken back part by part, because GCC does not undo all of them with -fno-fast-math alone when they were given one by one.
+function(utils_sse_keep_the_bits target)
+  if(MSVC)
+    target_compile_options(${target} PRIVATE /fp:precise)
+    return()
+  endif()
+  target_compile_options(${target} PRIVATE
+    -fno-fast-math -ffp-contract=off -fno-unsafe-math-optimizations -fno-associative-math -fno-reciprocal-math
+    -fno-finite-math-only -fsigned-zeros -ftrapping-math)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    # Without these GCC computes scalar floats in 80-bit x87 registers, and a host whose stack is aligned to 4 bytes only
+    # (anything but GCC's own code) would fault at the first spilled vector.
+    target_compile_options(${target} PRIVATE -msse2 -mfpmath=sse -mstackrealign)
+  endif()
+  # GCC 12 links code into shared libraries built with -Ofast that makes the whole process flush denormals at load time.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_link_options(${target} PRIVATE -mno-daz-ftz)
+  endif()
+endfunction()
+
+# Kernels are vectorised by hand. Left to itself the compiler would also vectorise or unroll their tails of a few elements:
+# larger code, slower short calls, nothing gained.
+function(utils_sse_kernel_code target)
+  if(NOT MSVC)
+    target_compile_options(${target} PRIVATE -fno-tree-vectorize -fno-tree-slp-vectorize -fno-unroll-loops
+                           -fno-math-errno -fno-exceptions -fno-rtti)
+  endif()
+endfunction()
+
+function(utils_sse_warnings target)
+  if(MSVC)
+    target_compile_options(${target} PRIVATE /W4 $<$<BOOL:${UTILS_SSE_WERROR}>:/WX>)
+  else()
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                           $<$<BOOL:${UTILS_SSE_WERROR}>:-Werror>)
+  endif()
+endfunction()

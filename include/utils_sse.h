@@ -1,0 +1,367 @@
+/** @file
+ *  utils_sse: numeric kernels that turn ultrasound echoes into pictures.
+ *
+ *  One class, CUtils_SSE, of public static functions. There is nothing to initialise, no state, no thread, no log and no
+ *  error code; any thread may call any function at any time. The header is plain C++98 and needs no other header.
+ *
+ *  @section rules Rules that hold for every function
+ *
+ *  Each function's own text states what it computes and where it departs from these rules.
+ *
+ *  - **Arguments.** Destinations first, then sources, then counts, then scalar parameters. Counts are numbers of elements,
+ *    never of bytes. The words rf, line, frame, ensemble and pixel are used as in the field; lines of a frame are stored
+ *    one after the other.
+ *  - **Body and tail.** A function over n elements works on whole 128-bit blocks first (the *body*, "block" below is its
+ *    size in elements) and on the remaining n mod block elements one at a time (the *tail*). Unless said otherwise both
+ *    compute the same function, bit for bit.
+ *  - **Extent.** Elements 0 .. n-1 are read and written, nothing else, unless said otherwise. Prefetch hints may name
+ *    addresses beyond; they never touch the caller's memory in a way that can be seen.
+ *  - **Alignment.** Any address that suits the element type, unless an argument is said to be 16-byte aligned.
+ *  - **In place.** Element-wise functions accept a destination equal to a source where said so. Any other overlap of a
+ *    destination with another array is outside the contract.
+ *  - **Counts of zero or below** write nothing, and a sum gives 0. Null pointers and arrays shorter than stated are the
+ *    caller's fault; nothing is checked and nothing is reported.
+ *  - **Floats** are IEEE single precision. Every product and every sum is rounded once, in the grouping that the formula
+ *    shows; nothing is fused or reassociated. Denormals are computed as denormals (and are slow on many processors), the
+ *    rounding mode is expected to be to-nearest, and the control register is left alone. Which payload a NaN result
+ *    carries is not promised.
+ *  - **Float to integer** rounds to nearest, ties to even, unless "truncates" is said. NaN and values outside the 32-bit
+ *    range give -2147483648. Narrowing saturates unless said otherwise.
+ *  - **Sums of floats** use four lanes: lane k adds the elements 4j + k in increasing j, the lanes are folded as
+ *    (lane 0 + lane 1) + (lane 2 + lane 3), then the tail elements are added one by one in increasing index order. The
+ *    order is part of the result.
+ *  - **Instruction set.** SSE2 unless said otherwise.
+ *
+ *  The results are the same bits on every compiler, word size, operating system and processor.
+ */
+#ifndef UTILS_SSE_H
+#define UTILS_SSE_H
+
+#if defined(UTILS_SSE_STATIC)
+#define UTILS_SSE_API
+#elif defined(_WIN32)
+#if defined(UTILS_SSE_BUILDING)
+#define UTILS_SSE_API __declspec(dllexport)
+#else
+#define UTILS_SSE_API __declspec(dllimport)
+#endif
+#elif defined(__GNUC__)
+#define UTILS_SSE_API __attribute__((visibility("default")))
+#else
+#define UTILS_SSE_API
+#endif
+
+/* The C calling convention, also for hosts whose compiler was told another default. */
+#if defined(_WIN32) && !defined(_WIN64)
+#define UTILS_SSE_CALL __cdecl
+#else
+#define UTILS_SSE_CALL
+#endif
+
+/** The kernels. The class has no data and is never instantiated by a host; it is a home for static functions. */
+class UTILS_SSE_API CUtils_SSE
+{
+public:
+    /** Copies nothing (there is nothing to copy) and returns this object. */
+    CUtils_SSE& operator=(const CUtils_SSE& other);
+
+    /** @name Aligned memory
+     *  @{ */
+
+    /** Heap memory at a multiple of an alignment; released with aligned_free() and nothing else.
+     *
+     *  The block lies in one heap block of size + 4 + alignment bytes, computed in unsigned 32-bit arithmetic: sizes
+     *  within 4 + alignment of 4 GiB wrap and are outside the contract. The block starts 5 to 4 + alignment bytes behind
+     *  the heap block's start, and the 4 bytes directly in front of it hold the low 32 bits of the heap block's address;
+     *  they must not be overwritten.
+     *
+     *  @param size       bytes wanted; 0 gives a valid pointer to no bytes
+     *  @param alignment  any value from 1 to 2^31, a power of two or not; 0 is outside the contract (it divides by zero)
+     *  @return the address of size usable bytes, uninitialised, or null when the heap has no room
+     */
+    static void* UTILS_SSE_CALL aligned_malloc(unsigned int size, unsigned int alignment);
+
+    /** Releases a block of aligned_malloc().
+     *  @param block  what aligned_malloc() returned, or null (nothing happens); anything else is outside the contract
+     */
+    static void UTILS_SSE_CALL aligned_free(void* block);
+
+    /** @}
+     *  @name Float vectors
+     *  @{ */
+
+    /** dst[i] = a[i] + b[i].
+     *  @param[out] dst  n floats; may equal a or b or both
+     *  @param[in]  a    n floats
+     *  @param[in]  b    n floats
+     *  @param      n    number of floats; block 4
+     */
+    static void UTILS_SSE_CALL SumFloatArrays(float* dst, const float* a, const float* b, int n);
+
+    /** dst[i] = src[i] * scale.
+     *  @param[out] dst    n floats; may equal src
+     *  @param[in]  src    n floats
+     *  @param      scale  any float
+     *  @param      n      number of floats; block 4
+     */
+    static void UTILS_SSE_CALL FScaleArray(float* dst, const float* src, float scale, int n);
+
+    /** Mean of two arrays, in place: dst[i] = (dst[i] + src[i]) * 0.5.
+     *  @param[in,out] dst  n floats; may equal src
+     *  @param[in]     src  n floats
+     *  @param         n    number of floats; block 4
+     */
+    static void UTILS_SSE_CALL Average(float* dst, const float* src, int n);
+
+    /** Weighted mean of two arrays: dst[i] = b[i] * (1 - w) + a[i] * w. 1 - w is rounded once, before the loop.
+     *  @param[out] dst  n floats; may equal a or b or both
+     *  @param[in]  a    n floats, weighted by w
+     *  @param[in]  b    n floats, weighted by 1 - w
+     *  @param      n    number of floats; block 4
+     *  @param      w    the weight, usually 0 .. 1; not limited to that range
+     */
+    static void UTILS_SSE_CALL Average(float* dst, const float* a, const float* b, int n, float w);
+
+    /** Euclidean magnitude of two components, in place: dst[i] = sqrt(dst[i] * dst[i] + src[i] * src[i]).
+     *
+     *  The root is correctly rounded. The squares are not guarded: components above about 1.8e19 give infinity, below
+     *  about 1e-23 they lose precision.
+     *  @param[in,out] dst  n floats; may equal src
+     *  @param[in]     src  n floats
+     *  @param         n    number of floats; block 4
+     */
+    static void UTILS_SSE_CALL Distance(float* dst, const float* src, int n);
+
+    /** The sum of an array, in four lanes (see the rules above).
+     *  @param[in] a  n floats
+     *  @param     n  number of floats; block 4
+     *  @return sum of a[i]; 0 for n <= 0
+     */
+    static float UTILS_SSE_CALL SumFloats(const float* a, int n);
+
+    /** Dot product of two arrays, in four lanes (see the rules above).
+     *  @param[in] a  n floats
+     *  @param[in] b  n floats; may equal a
+     *  @param     n  number of floats; block 4
+     *  @return sum of a[i] * b[i]; 0 for n <= 0
+     */
+    static float UTILS_SSE_CALL FDotProduct(const float* a, const float* b, int n);
+
+    /** Two dot products with one common array in one pass: *outA = sum of a[i] * c[i], *outB = sum of b[i] * c[i].
+     *
+     *  Four lanes each, but unlike in the other sums the tail products are first summed among themselves, from 0, in
+     *  increasing index order; that sum is added into lane 0, and then the lanes are folded. The same numbers can
+     *  therefore give another last bit than two calls with one pair.
+     *  @param[out] outA  one float, also for n <= 0 (0 then); written before outB
+     *  @param[out] outB  one float
+     *  @param[in]  a     n floats
+     *  @param[in]  b     n floats; a, b and c may be equal
+     *  @param[in]  c     n floats
+     *  @param      n     number of floats; block 4
+     */
+    static void UTILS_SSE_CALL FDotProduct(float* outA, float* outB, const float* a, const float* b, const float* c, int n);
+
+    /** Gain with conversion to integers: dst[i] = integer(x[i] * gain[i]).
+     *
+     *  **Body and tail differ:** the body rounds to nearest, ties to even; the tail truncates towards zero. A caller who
+     *  wants one rounding pads to a multiple of 4. Products outside the 32-bit range and NaN give -2147483648 in both.
+     *  @param[in]  x     n floats
+     *  @param[in]  gain  n floats
+     *  @param[out] dst   n ints; may be the memory of x or of gain
+     *  @param      n     number of elements; block 4
+     */
+    static void UTILS_SSE_CALL ApplyGain(const float* x, const float* gain, int* dst, int n);
+
+    /** 16-bit samples to floats with a gain each: dst[i] = float(src[i]) * gain[i].
+     *  @param[out] dst   n floats; may equal gain
+     *  @param[in]  src   n samples
+     *  @param[in]  gain  n floats
+     *  @param      n     number of elements; block 8
+     */
+    static void UTILS_SSE_CALL ShortToFloat(float* dst, const short* src, const float* gain, int n);
+
+    /** Scaled magnitude as bytes: dst[i] = min(255, abs(integer(src[i] * scale))).
+     *
+     *  **Body and tail differ.** The body rounds to nearest (ties to even), saturates to signed 16 bits, takes the
+     *  absolute value (-32768 stays negative) and saturates to 0 .. 255: products at or below -32767.5 therefore give 0,
+     *  and products outside the 32-bit range and NaN give 0. The tail truncates towards zero and takes the absolute value in
+     *  32 bits: large negative products give 255, products outside the 32-bit range, at or below -2147483648 and NaN
+     *  give 0. A caller who wants one behaviour pads to a multiple of 16.
+     *  @param[out] dst    n bytes
+     *  @param[in]  src    n floats
+     *  @param      scale  any float
+     *  @param      n      number of elements; block 16
+     */
+    static void UTILS_SSE_CALL FloatToByte(unsigned char* dst, const float* src, float scale, int n);
+
+    /** Floats through a table of bytes: dst[i] = table[index of src[i]].
+     *
+     *  **Body and tail differ.** The body rounds to nearest (ties to even) and saturates to -32768 .. 32767; negative
+     *  values then index the upper half of the table, -1 its last entry. The tail truncates towards zero and keeps the
+     *  low 16 bits (70000 indexes entry 4464). A caller who wants one behaviour pads to a multiple of 16. This is how a
+     *  host compresses an envelope logarithmically: the table holds the curve.
+     *  @param[out] dst    n bytes
+     *  @param[in]  src    n floats
+     *  @param[in]  table  65536 bytes, or as many as the caller's values can index; only the indexed entries are read
+     *  @param      n      number of elements; block 16
+     */
+    static void UTILS_SSE_CALL FloatToByte(unsigned char* dst, const float* src, const unsigned char* table, int n);
+
+    /** @}
+     *  @name Quadrature demodulation
+     *  Mixing of RF lines with carrier tables (quadrature demodulation without the low-pass). Tables are Q15: 32767 stands
+     *  for +1.0; the caller builds them, usually 32767 cos(w t) and -32767 sin(w t) for mixing with exp(-j w t).
+     *  @{ */
+
+    /** One RF line times two carrier tables, as floats: out[i] = float(rf[i] * table[i]) * (1/32767).
+     *
+     *  The product is exact, converted to float (nearest even) and multiplied by the float nearest to 1/32767
+     *  (0x38000100), so a table entry of 32767 gives the RF sample back.
+     *
+     *  **The wiring is crossed:** table1 feeds out2 and table2 feeds out1.
+     *  @param[in]  rf      n samples
+     *  @param[in]  table1  n entries, for out2
+     *  @param[in]  table2  n entries, for out1
+     *  @param[out] out1    n floats: rf times table2; must not overlap an input
+     *  @param[out] out2    n floats: rf times table1; must not overlap an input
+     *  @param      n       number of samples; block 8
+     */
+    static void UTILS_SSE_CALL Demodulate(const short* rf, const short* table1, const short* table2, float* out1, float* out2,
+                                          int n);
+
+    /** RF lines times two carrier tables, as Q15 samples: out[l][i] = saturate16((rf[l][i] * table[i]) >> 15).
+     *
+     *  The shift is arithmetic (towards minus infinity); only -32768 * -32768 saturates. The wiring is straight: table1
+     *  feeds out1, table2 feeds out2. These are the inputs of every envelope detector.
+     *
+     *  **The tail is zeroed:** the last n mod 8 samples of every line are not computed; both outputs are 0 there. Pad
+     *  lines to whole blocks of 8 to lose nothing.
+     *  @param[in]  rf      [lines][n] samples
+     *  @param[out] out1    [lines][n] samples: rf times table1
+     *  @param[out] out2    [lines][n] samples: rf times table2
+     *  @param[in]  table1  n entries (the last n mod 8 are not read), 16-byte aligned, the same for each line
+     *  @param[in]  table2  n entries (the last n mod 8 are not read), 16-byte aligned, the same for each line
+     *  @param      lines   number of lines
+     *  @param      n       samples per line, and the distance from line to line; block 8
+     */
+    static void UTILS_SSE_CALL DemodulateNew(const short* rf, short* out1, short* out2, const short* table1,
+                                             const short* table2, int lines, int n);
+
+    /** RF lines times four carrier tables in one pass, as Q15 samples; arithmetic as in DemodulateNew().
+     *
+     *  Two carrier pairs, (A, B) and (C, D), for example fundamental and second harmonic.
+     *
+     *  **The last line is never touched:** lines 0 .. lines - 2 are processed, so lines <= 1 does nothing. **There is no
+     *  tail:** the last n mod 8 samples of a processed line are neither read nor written.
+     *  @param[in]  rf      [lines][n] samples; those of the last line are not read
+     *  @param[in]  tableA  n entries (the last n mod 8 are not read), 16-byte aligned
+     *  @param[in]  tableB  n entries, as tableA
+     *  @param[out] outA    [lines][n] samples: rf times tableA
+     *  @param[out] outB    [lines][n] samples: rf times tableB
+     *  @param[out] outC    [lines][n] samples: rf times tableC
+     *  @param[out] outD    [lines][n] samples: rf times tableD
+     *  @param[in]  tableC  n entries, as tableA
+     *  @param[in]  tableD  n entries, as tableA
+     *  @param      lines   number of lines, one more than are processed
+     *  @param      n       samples per line, and the distance from line to line; block 8
+     */
+    static void UTILS_SSE_CALL DemodulateHarmInterp(const short* rf, const short* tableA, const short* tableB, short* outA,
+                                                    short* outB, short* outC, short* outD, const short* tableC,
+                                                    const short* tableD, int lines, int n);
+
+    /** @}
+     *  @name Envelope detection
+     *  Low-pass (FIR), decimation and magnitude of mixed RF lines: the step from echo to B-mode amplitude.
+     *  @{ */
+
+    /** Envelope of lines for any filter length and decimation.
+     *
+     *  For output j of a line, with s = j * decimation: sI = sum of float(inI[s + k]) * h[k] and sQ likewise over
+     *  k = 0 .. taps - 1, strictly one after the other from 0, and out[j] = sqrt(sQ * sQ + sI * sI), correctly rounded.
+     *  With taps that sum to 1 the output is in units of the inputs. There is no body and no tail; all outputs follow
+     *  the formula.
+     *  @param[in]  inI         lines of samples: (count - 1) * decimation + taps are read of each line, 0 if count <= 0
+     *  @param[in]  inQ         as inI; may equal inI
+     *  @param[out] out         lines of floats: count are written of each line, those up to outStride stay as they are
+     *  @param[in]  h           taps floats; h[0] meets the earliest sample
+     *  @param      lines       number of lines; <= 0 does nothing
+     *  @param      inStride    samples from one input line to the next, not negative
+     *  @param      outStride   floats from one output line to the next, not negative
+     *  @param      count       outputs per line; <= 0 does nothing
+     *  @param      taps        filter length; <= 0 writes 0 to every output
+     *  @param      decimation  input samples from one output to the next, not negative
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGen(const short* inI, const short* inQ, float* out, const float* h, int lines,
+                                                int inStride, int outStride, int count, int taps, int decimation);
+
+    /** Envelope plus a filtered third signal (pulse inversion), for any filter length and decimation.
+     *
+     *  As EnvelopDetectGen(), with a third sum sC = sum of float(inC[s + k]) * h[k] in the same loop and
+     *  out[j] = sqrt(sQ * sQ + sI * sI) + sC. The third term keeps its sign: outputs may be negative.
+     *  @param[in]  inI         lines of samples: (count - 1) * decimation + taps are read of each line, 0 if count <= 0
+     *  @param[in]  inQ         as inI
+     *  @param[in]  inC         as inI; the third signal. The inputs may be equal
+     *  @param[out] out         lines of floats: count are written of each line, those up to outStride stay as they are
+     *  @param[in]  h           taps floats; h[0] meets the earliest sample
+     *  @param      lines       number of lines; <= 0 does nothing
+     *  @param      inStride    samples from one input line to the next, not negative
+     *  @param      outStride   floats from one output line to the next, not negative
+     *  @param      count       outputs per line; <= 0 does nothing
+     *  @param      taps        filter length; <= 0 writes 0 to every output
+     *  @param      decimation  input samples from one output to the next, not negative
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenPI(const short* inI, const short* inQ, const short* inC, float* out,
+                                                  const float* h, int lines, int inStride, int outStride, int count, int taps,
+                                                  int decimation);
+
+    /** The same operation as EnvelopDetectGenPI(), under the name that harmonic imaging uses; every bit is equal. */
+    static void UTILS_SSE_CALL EvelopDetectHarmGen(const short* inI, const short* inQ, const short* inC, float* out,
+                                                   const float* h, int lines, int inStride, int outStride, int count, int taps,
+                                                   int decimation);
+
+    /** @}
+     *  @name Display pixels
+     *  A packed colour pixel is 4 bytes in memory order blue, green, red, fill.
+     *  @{ */
+
+    /** Grey pixels to packed colour pixels: blue, green and red of pixel i are grey[i].
+     *  @param[out] packed  4 n bytes
+     *  @param[in]  grey    n bytes
+     *  @param      n       number of pixels; block 16
+     *  @param      fill    the fourth byte of every pixel
+     */
+    static void UTILS_SSE_CALL BWToColour(unsigned char* packed, const unsigned char* grey, int n, unsigned char fill);
+
+    /** Packed colour pixels to grey pixels: grey[i] is the blue byte of pixel i (no luminance weighting), which undoes
+     *  BWToColour().
+     *  @param[out] grey    n bytes
+     *  @param[in]  packed  4 n bytes
+     *  @param      n       number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL ColourToBW(unsigned char* grey, const unsigned char* packed, int n);
+
+    /** Packed colour pixels to three planes; the fill bytes are dropped.
+     *  @param[out] red     n bytes
+     *  @param[out] green   n bytes
+     *  @param[out] blue    n bytes
+     *  @param[in]  packed  4 n bytes
+     *  @param      n       number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL ColourToRGB(unsigned char* red, unsigned char* green, unsigned char* blue,
+                                           const unsigned char* packed, int n);
+
+    /** Three planes to packed colour pixels.
+     *  @param[out] packed  4 n bytes
+     *  @param[in]  red     n bytes
+     *  @param[in]  green   n bytes
+     *  @param[in]  blue    n bytes; planes may be equal
+     *  @param      n       number of pixels; block 16
+     *  @param      fill    the fourth byte of every pixel
+     */
+    static void UTILS_SSE_CALL RGBToColour(unsigned char* packed, const unsigned char* red, const unsigned char* green,
+                                           const unsigned char* blue, int n, unsigned char fill);
+
+    /** @} */
+};
+
+#endif

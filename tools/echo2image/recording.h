@@ -1,0 +1,116 @@
+// Recordings: what was recorded (Description) and its samples, one frame at a time (Recording).
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace echo2image {
+
+enum class Content
+{
+    rf,    // 16-bit echoes
+    iq,    // 16-bit pairs: I, Q
+    bmode, // 8-bit grey values: log-compressed envelope lines or a finished picture
+};
+
+enum class ElementType
+{
+    int16,
+    uint8,
+};
+
+// Where the samples of a line lie. SI units; angles in radians from straight down, positive to the right of the picture.
+struct Geometry
+{
+    enum class Kind
+    {
+        linear,  // parallel lines, straight down
+        steered, // parallel lines, all tilted by `steering`
+        sector,  // a fan whose apex lies on the probe's surface or in front of a mechanical probe
+        curved,  // a fan from a curved array, whose apex lies behind the surface
+        picture, // rows and columns of an image that needs no scan conversion
+    };
+    Kind kind = Kind::linear;
+    double first_line = 0;     // linear, steered: lateral position of line 0 at depth 0, metres
+    double line_pitch = 0;     // linear, steered: metres from line to line
+    double steering = 0;       // steered: radians
+    double first_angle = 0;    // sector, curved: radians of line 0
+    double angle_step = 0;     // sector, curved: radians from line to line
+    double apex_radius = 0;    // sector, curved: metres from the apex to the first sample
+    double start_depth = 0;    // linear, steered: metres along the line from the surface to the first sample
+    double column_spacing = 0; // picture: metres per column; 0 when unknown
+    double row_spacing = 0;    // picture: metres per row; 0 when unknown
+};
+
+struct Description
+{
+    std::filesystem::path source;    // the file the user named
+    std::filesystem::path data_file; // where the samples are; equals source for .npy and .mha
+    std::string format;              // "raw", "npy" or "MetaImage"
+    Content content = Content::rf;
+    ElementType type = ElementType::int16;
+    std::uint64_t header_bytes = 0;
+    // Axes as stored, slowest first: "frame", "line", "sample", "firing", "component" (I and Q), and for pictures "row" and
+    // "column". Recordings hand out frames as [line][sample] whatever the order here.
+    std::vector<std::string> axes;
+    std::vector<std::int64_t> shape;
+
+    std::int64_t frames = 1;
+    std::int64_t lines = 0;   // pictures: columns
+    std::int64_t samples = 0; // samples of a line that hold echoes; pictures: rows
+    std::int64_t firings = 1; // of an ensemble; frames are then taken from firing 0
+
+    double sampling_frequency = 0;     // Hz; 0 when it has no meaning (pictures) or only sample_spacing is known
+    double center_frequency = 0;       // Hz of the echoes; 0 when unknown
+    double demodulation_frequency = 0; // Hz that I/Q data were mixed with; 0 when unknown
+    double bandwidth = 0;              // Hz, two-sided, -6 dB; 0 when unknown
+    double sound_speed = 1540;         // m/s
+    double sample_spacing = 0;         // metres along the line from sample to sample
+    double offset = 0;                 // of RF samples: the value that means silence
+    double frame_rate = 0;             // Hz; 0 when unknown
+    double dynamic_range = 0;          // dB from black to white of bmode recordings; 0 when unknown
+    Geometry geometry;
+    std::string title; // free text; may be empty
+};
+
+// An opened recording. Frames are read when asked for; nothing but the frame asked for is kept in memory.
+class Recording
+{
+public:
+    // Opens a YAML description (.yml, .yaml), a NumPy file (.npy; with a description of the same name beside it) or a
+    // MetaImage (.mha, .mhd). Throws BadInput.
+    static Recording open(const std::filesystem::path& file);
+
+    explicit Recording(Description description);
+    Recording(Recording&&) noexcept;
+    Recording& operator=(Recording&&) noexcept;
+    ~Recording();
+
+    const Description& description() const;
+
+    // Frame as [line][sample] (rf), [line][sample][I, Q] (iq); `frame` must be below frames. Throws BadInput when the file
+    // cannot be read (any more).
+    std::vector<std::int16_t> read_frame_i16(std::int64_t frame) const;
+    // Frame as [line][sample], for pictures as [row][column].
+    std::vector<std::uint8_t> read_frame_u8(std::int64_t frame) const;
+
+    // SHA-256 of the data file (and of its description's text, when it has one), as 64 hex digits.
+    std::string digest() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// Several lines of text for `echo2image info`.
+std::string describe(const Recording& recording);
+
+const char* to_string(Content content);
+const char* to_string(Geometry::Kind kind);
+
+} // namespace echo2image
