@@ -16,10 +16,9 @@ function(utils_sse_keep_the_bits target)
     # (anything but GCC's own code) would fault at the first spilled vector.
     target_compile_options(${target} PRIVATE -msse2 -mfpmath=sse -mstackrealign)
   endif()
-  # GCC 12 links code into shared libraries built with -Ofast that makes the whole process flush denormals at load time.
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    target_link_options(${target} PRIVATE -mno-daz-ftz)
-  endif()
+  # Linking with -Ofast or -ffast-math adds start-up code that makes the whole process flush denormals (GCC before 13 does
+  # so for shared libraries, too). Nothing but a later -O takes -Ofast back at this point.
+  target_link_options(${target} PRIVATE -fno-fast-math -fno-unsafe-math-optimizations -O2)
 endfunction()
 
 # Kernels are vectorised by hand. Left to itself the compiler would also vectorise or unroll their tails of a few elements:

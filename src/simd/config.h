@@ -1,0 +1,41 @@
+// Ground rules of every kernel source: compiler switches, inlining, and the namespace of the instruction set.
+#pragma once
+
+#include <emmintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#if defined(__FAST_MATH__)
+#error "utils_sse promises results to the last bit: it cannot be compiled with -ffast-math or -Ofast"
+#endif
+#if defined(__i386__) && defined(__FLT_EVAL_METHOD__) && __FLT_EVAL_METHOD__ != 0
+#error "utils_sse needs single-precision floats in SSE registers: compile with -msse2 -mfpmath=sse"
+#endif
+
+#if !defined(UTILS_SSE_PREFETCH)
+#define UTILS_SSE_PREFETCH 0
+#endif
+
+#if defined(_MSC_VER) && !defined(__clang__)
+#define UTILS_SSE_INLINE __forceinline
+#define UTILS_SSE_LAMBDA
+#else
+#define UTILS_SSE_INLINE __attribute__((always_inline)) inline
+#define UTILS_SSE_LAMBDA __attribute__((always_inline))
+#endif
+
+// Inline functions live in a namespace named after the instruction set they are compiled for. Of an inline function that
+// two files compile with different flags the linker keeps either one; with different names it cannot mix them up.
+#if defined(__AVX512F__)
+#define UTILS_SSE_TIER avx512
+#elif defined(__AVX2__)
+#define UTILS_SSE_TIER avx2
+#elif defined(__AVX__)
+#define UTILS_SSE_TIER avx
+#elif defined(__SSE4_1__)
+#define UTILS_SSE_TIER sse41
+#else
+#define UTILS_SSE_TIER sse2
+#endif

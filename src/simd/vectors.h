@@ -1,0 +1,256 @@
+// Typed 128-bit vectors and their scalar twins: the words in which kernels are written.
+//
+// A vector type wraps one register and says what its lanes are. Every verb has, where a tail needs it, a scalar twin of the
+// same name with the same result for every input, NaN and out-of-range values included, so that one generic lambda can be
+// both body and tail. Floats use + - * (contraction is off); integers use named verbs, because there wrapping, saturating
+// and rounding must be said.
+#pragma once
+
+#include "simd/config.h"
+
+namespace simd {
+inline namespace UTILS_SSE_TIER {
+
+struct f32
+{
+    static constexpr int lanes = 4;
+    using element = float;
+    __m128 v;
+};
+
+struct i32
+{
+    static constexpr int lanes = 4;
+    using element = int;
+    __m128i v;
+};
+
+struct i16
+{
+    static constexpr int lanes = 8;
+    using element = short;
+    __m128i v;
+};
+
+struct u8
+{
+    static constexpr int lanes = 16;
+    using element = unsigned char;
+    __m128i v;
+};
+
+// Two neighbouring vectors: what a vector of narrower elements widens to. `low` holds the lower half of the elements.
+struct f32x2
+{
+    f32 low, high;
+};
+
+struct i32x2
+{
+    i32 low, high;
+};
+
+// --- load and store ------------------------------------------------------------------------------------------------
+// load<V>(p) reads one V, or one element when V is an element type. Any address.
+
+template <class V>
+struct Memory
+{
+    static UTILS_SSE_INLINE V load(const typename V::element* p)
+    {
+        return V{_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))};
+    }
+    static UTILS_SSE_INLINE void store(typename V::element* p, V x) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), x.v); }
+};
+
+template <>
+struct Memory<f32>
+{
+    static UTILS_SSE_INLINE f32 load(const float* p) { return {_mm_loadu_ps(p)}; }
+    static UTILS_SSE_INLINE void store(float* p, f32 x) { _mm_storeu_ps(p, x.v); }
+};
+
+// Elements go through memcpy: a destination may be the memory of a source of another type (ApplyGain in place).
+template <class T>
+struct ElementMemory
+{
+    static UTILS_SSE_INLINE T load(const T* p)
+    {
+        T x;
+        std::memcpy(&x, p, sizeof x);
+        return x;
+    }
+    static UTILS_SSE_INLINE void store(T* p, T x) { std::memcpy(p, &x, sizeof x); }
+};
+template <>
+struct Memory<float> : ElementMemory<float>
+{
+};
+template <>
+struct Memory<int> : ElementMemory<int>
+{
+};
+template <>
+struct Memory<short> : ElementMemory<short>
+{
+};
+template <>
+struct Memory<unsigned char> : ElementMemory<unsigned char>
+{
+};
+
+template <class V, class T>
+UTILS_SSE_INLINE V load(const T* p)
+{
+    return Memory<V>::load(p);
+}
+
+template <class V, class T>
+UTILS_SSE_INLINE void store(T* p, V x)
+{
+    Memory<V>::store(p, x);
+}
+
+// --- floats --------------------------------------------------------------------------------------------------------
+
+UTILS_SSE_INLINE f32 operator+(f32 x, f32 y)
+{
+    return {_mm_add_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 operator-(f32 x, f32 y)
+{
+    return {_mm_sub_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 operator*(f32 x, f32 y)
+{
+    return {_mm_mul_ps(x.v, y.v)};
+}
+
+// broadcast<V>(x): x in every lane; x itself when V is float. Do it before the loop.
+template <class V>
+UTILS_SSE_INLINE V broadcast(float x);
+template <>
+UTILS_SSE_INLINE f32 broadcast<f32>(float x)
+{
+    return {_mm_set1_ps(x)};
+}
+template <>
+UTILS_SSE_INLINE float broadcast<float>(float x)
+{
+    return x;
+}
+
+// Correctly rounded. A root taken in double and rounded to single is the same number, since 53 >= 2 * 24 + 2 bits.
+UTILS_SSE_INLINE f32 square_root(f32 x)
+{
+    return {_mm_sqrt_ps(x.v)};
+}
+UTILS_SSE_INLINE float square_root(float x)
+{
+    return _mm_cvtss_f32(_mm_sqrt_ss(_mm_set_ss(x)));
+}
+
+// (lane 0 + lane 1) + (lane 2 + lane 3)
+UTILS_SSE_INLINE float fold(f32 x)
+{
+    const __m128 swapped = _mm_shuffle_ps(x.v, x.v, _MM_SHUFFLE(2, 3, 0, 1)); // 1 0 3 2
+    const __m128 pairs = _mm_add_ps(x.v, swapped);                            // 0+1 . 2+3 .
+    return _mm_cvtss_f32(_mm_add_ss(pairs, _mm_movehl_ps(pairs, pairs)));
+}
+
+UTILS_SSE_INLINE f32 add_to_lane_0(f32 x, float y)
+{
+    return {_mm_add_ss(x.v, _mm_set_ss(y))};
+}
+
+// --- between floats and 32-bit integers ----------------------------------------------------------------------------
+// NaN and values outside the 32-bit range give -2147483648. The scalar twins use the instruction too: as a C++ cast such
+// values are undefined, and compilers fold them to whatever they like.
+
+UTILS_SSE_INLINE i32 round_to_int(f32 x)
+{
+    return {_mm_cvtps_epi32(x.v)};
+}
+UTILS_SSE_INLINE int round_to_int(float x)
+{
+    return _mm_cvtss_si32(_mm_set_ss(x));
+}
+UTILS_SSE_INLINE int truncate_to_int(float x)
+{
+    return _mm_cvttss_si32(_mm_set_ss(x));
+}
+
+UTILS_SSE_INLINE f32 to_float(i32 x)
+{
+    return {_mm_cvtepi32_ps(x.v)};
+}
+UTILS_SSE_INLINE float to_float(int x)
+{
+    return static_cast<float>(x);
+}
+UTILS_SSE_INLINE float to_float(short x)
+{
+    return static_cast<float>(x);
+}
+
+// --- 16-bit integers -----------------------------------------------------------------------------------------------
+
+// Sign-extended to 32 bits: each sample is doubled into a 32-bit lane and shifted down arithmetically.
+UTILS_SSE_INLINE i32x2 widen(i16 x)
+{
+    return {{_mm_srai_epi32(_mm_unpacklo_epi16(x.v, x.v), 16)}, {_mm_srai_epi32(_mm_unpackhi_epi16(x.v, x.v), 16)}};
+}
+
+// Exact 32-bit products of 16-bit values.
+UTILS_SSE_INLINE i32x2 multiply_exact(i16 x, i16 y)
+{
+    const __m128i low = _mm_mullo_epi16(x.v, y.v);
+    const __m128i high = _mm_mulhi_epi16(x.v, y.v);
+    return {{_mm_unpacklo_epi16(low, high)}, {_mm_unpackhi_epi16(low, high)}};
+}
+UTILS_SSE_INLINE int multiply_exact(short x, short y)
+{
+    return x * y;
+}
+
+// saturate16((x * y) >> 15), the product of two Q15 numbers, rounded towards minus infinity.
+// With the product as high * 65536 + low this is (2 * high) | (low >> 15). Doubling the high half overflows for one
+// product only, 2^30 of -32768 * -32768 (high = 16384, low = 0), and the saturating addition gives its 32767.
+UTILS_SSE_INLINE i16 multiply_q15(i16 x, i16 y)
+{
+    const __m128i low = _mm_mullo_epi16(x.v, y.v);
+    const __m128i high = _mm_mulhi_epi16(x.v, y.v);
+    return {_mm_or_si128(_mm_adds_epi16(high, high), _mm_srli_epi16(low, 15))};
+}
+
+UTILS_SSE_INLINE i16 narrow_saturate(i32 low, i32 high)
+{
+    return {_mm_packs_epi32(low.v, high.v)};
+}
+UTILS_SSE_INLINE u8 narrow_saturate(i16 low, i16 high)
+{
+    return {_mm_packus_epi16(low.v, high.v)};
+}
+
+// Absolute value in 16-bit two's complement: -32768 stays -32768.
+UTILS_SSE_INLINE i16 absolute_wrap(i16 x)
+{
+    const __m128i sign = _mm_srai_epi16(x.v, 15);
+    return {_mm_sub_epi16(_mm_xor_si128(x.v, sign), sign)};
+}
+// The same in 32 bits: -2147483648 stays.
+UTILS_SSE_INLINE int absolute_wrap(int x)
+{
+    const auto bits = static_cast<std::uint32_t>(x);
+    return static_cast<int>(x < 0 ? 0u - bits : bits);
+}
+
+// --- bytes ---------------------------------------------------------------------------------------------------------
+
+UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
+{
+    return {_mm_set1_epi8(static_cast<char>(x))};
+}
+
+} // namespace UTILS_SSE_TIER
+} // namespace simd
