@@ -26,6 +26,7 @@ endfunction()
 function(utils_sse_kernel_code target)
   if(NOT MSVC)
     target_compile_options(${target} PRIVATE -fno-tree-vectorize -fno-tree-slp-vectorize -fno-unroll-loops
+                           $<$<CXX_COMPILER_ID:GNU>:-fno-tree-loop-distribute-patterns>
                            -fno-math-errno -fno-exceptions -fno-rtti)
   endif()
 endfunction()

@@ -8,6 +8,8 @@
 
 #include "simd/config.h"
 
+#include <utility>
+
 namespace simd {
 inline namespace UTILS_SSE_TIER {
 
@@ -230,6 +232,18 @@ UTILS_SSE_INLINE i16 narrow_saturate(i32 low, i32 high)
 UTILS_SSE_INLINE u8 narrow_saturate(i16 low, i16 high)
 {
     return {_mm_packus_epi16(low.v, high.v)};
+}
+
+// f(lane, value) for the eight lanes in order; values are read as unsigned, 0 .. 65535.
+template <class Function, int... Lane>
+UTILS_SSE_INLINE void for_each_unsigned_lane(i16 x, const Function& f, std::integer_sequence<int, Lane...>)
+{
+    (f(Lane, _mm_extract_epi16(x.v, Lane)), ...);
+}
+template <class Function>
+UTILS_SSE_INLINE void for_each_unsigned_lane(i16 x, const Function& f)
+{
+    for_each_unsigned_lane(x, f, std::make_integer_sequence<int, i16::lanes>());
 }
 
 // Absolute value in 16-bit two's complement: -32768 stays -32768.

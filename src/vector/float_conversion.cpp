@@ -48,17 +48,15 @@ void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, float scale, 
 
 void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, const unsigned char* table, int n)
 {
+    const auto eight = [=](unsigned char* out, const float* in) UTILS_SSE_LAMBDA {
+        const i16 index = narrow_saturate(round_to_int(load<f32>(in)), round_to_int(load<f32>(in + 4)));
+        for_each_unsigned_lane(index, [=](int lane, int value) UTILS_SSE_LAMBDA { out[lane] = table[value]; });
+    };
     const std::ptrdiff_t rest = for_whole_blocks<16, 1>(
         n,
         [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            for (int half = 0; half < 16; half += 8) {
-                const i32 low = round_to_int(load<f32>(src + i + half));
-                const i32 high = round_to_int(load<f32>(src + i + half + 4));
-                unsigned short index[8];
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(index), narrow_saturate(low, high).v);
-                for (int k = 0; k < 8; ++k)
-                    dst[i + half + k] = table[index[k]];
-            }
+            eight(dst + i, src + i);
+            eight(dst + i + 8, src + i + 8);
         },
         ahead<64>(src));
     // Body rounds and saturates the index, tail truncates and keeps its low 16 bits.
