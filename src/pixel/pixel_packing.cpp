@@ -6,49 +6,111 @@ using namespace simd;
 
 namespace {
 
-// Interleaves four planes of 16 bytes into 16 packed pixels. With letters for planes and digits for pixels:
+// Sixteen packed pixels, four to a vector.
+struct Packed
+{
+    u8 quarter[4];
+};
+
+// Interleaves four planes of 16 bytes. With letters for planes and digits for pixels:
 //   blue b, green g -> b0 g0 b1 g1 ..;  red r, fill f -> r0 f0 r1 f1 ..;  pairs of both -> b0 g0 r0 f0 b1 g1 r1 f1 ..
-UTILS_SSE_INLINE void store_packed(unsigned char* packed, u8 blue, u8 green, u8 red, u8 fill)
+UTILS_SSE_INLINE Packed pack(u8 blue, u8 green, u8 red, u8 fill)
 {
     const __m128i bg_low = _mm_unpacklo_epi8(blue.v, green.v);
     const __m128i bg_high = _mm_unpackhi_epi8(blue.v, green.v);
     const __m128i rf_low = _mm_unpacklo_epi8(red.v, fill.v);
     const __m128i rf_high = _mm_unpackhi_epi8(red.v, fill.v);
-    store(packed, u8{_mm_unpacklo_epi16(bg_low, rf_low)});
-    store(packed + 16, u8{_mm_unpackhi_epi16(bg_low, rf_low)});
-    store(packed + 32, u8{_mm_unpacklo_epi16(bg_high, rf_high)});
-    store(packed + 48, u8{_mm_unpackhi_epi16(bg_high, rf_high)});
+    return {{{_mm_unpacklo_epi16(bg_low, rf_low)},
+             {_mm_unpackhi_epi16(bg_low, rf_low)},
+             {_mm_unpacklo_epi16(bg_high, rf_high)},
+             {_mm_unpackhi_epi16(bg_high, rf_high)}}};
 }
 
-UTILS_SSE_INLINE void store_packed_one(unsigned char* packed, unsigned char blue, unsigned char green, unsigned char red,
-                                       unsigned char fill)
+// The bytes at even places of two vectors, and those at odd places. Values stay below 256, so the saturating pack only
+// narrows. b0 g0 r0 f0 b1 .. gives b0 r0 b1 r1 .. and g0 f0 g1 f1 ..
+UTILS_SSE_INLINE u8 even_bytes(u8 low, u8 high)
 {
-    packed[0] = blue;
-    packed[1] = green;
-    packed[2] = red;
-    packed[3] = fill;
+    const __m128i mask = _mm_set1_epi16(255);
+    return narrow_saturate(i16{_mm_and_si128(low.v, mask)}, i16{_mm_and_si128(high.v, mask)});
+}
+UTILS_SSE_INLINE u8 odd_bytes(u8 low, u8 high)
+{
+    return narrow_saturate(i16{_mm_srli_epi16(low.v, 8)}, i16{_mm_srli_epi16(high.v, 8)});
 }
 
-// Sixteen packed pixels, four to a vector, and one plane of them.
-struct Packed16
+struct Planes
 {
-    u8 quarter[4];
+    u8 blue, green, red;
 };
 
-UTILS_SSE_INLINE Packed16 load_packed(const unsigned char* packed)
+UTILS_SSE_INLINE Planes unpack(const Packed& pixels)
 {
-    return {{load<u8>(packed), load<u8>(packed + 16), load<u8>(packed + 32), load<u8>(packed + 48)}};
+    const u8* q = pixels.quarter;
+    const u8 blue_red_low = even_bytes(q[0], q[1]);
+    const u8 blue_red_high = even_bytes(q[2], q[3]);
+    return {even_bytes(blue_red_low, blue_red_high), even_bytes(odd_bytes(q[0], q[1]), odd_bytes(q[2], q[3])),
+            odd_bytes(blue_red_low, blue_red_high)};
 }
 
-// The byte at Byte of every pixel. Masked values are 0 .. 255, so both saturating packs only narrow.
-template <int Byte>
-UTILS_SSE_INLINE u8 plane(const Packed16& pixels)
+// Pixels are handled 16, 4 and 1 at a time with the same arithmetic; a run of Pixels fills the low lanes.
+template <int Pixels>
+struct Run;
+
+template <>
+struct Run<16>
 {
-    const __m128i mask = _mm_set1_epi32(255);
-    __m128i word[4];
-    for (int q = 0; q < 4; ++q)
-        word[q] = _mm_and_si128(_mm_srli_epi32(pixels.quarter[q].v, 8 * Byte), mask);
-    return narrow_saturate(i16{_mm_packs_epi32(word[0], word[1])}, i16{_mm_packs_epi32(word[2], word[3])});
+    static UTILS_SSE_INLINE u8 load_plane(const unsigned char* p) { return load<u8>(p); }
+    static UTILS_SSE_INLINE void store_plane(unsigned char* p, u8 x) { store(p, x); }
+    static UTILS_SSE_INLINE Packed load_packed(const unsigned char* p)
+    {
+        return {{load<u8>(p), load<u8>(p + 16), load<u8>(p + 32), load<u8>(p + 48)}};
+    }
+    static UTILS_SSE_INLINE void store_packed(unsigned char* p, const Packed& x)
+    {
+        for (int q = 0; q < 4; ++q)
+            store(p + 16 * q, x.quarter[q]);
+    }
+};
+
+template <>
+struct Run<4>
+{
+    static UTILS_SSE_INLINE u8 load_plane(const unsigned char* p) { return load_four(p); }
+    static UTILS_SSE_INLINE void store_plane(unsigned char* p, u8 x) { store_four(p, x); }
+    static UTILS_SSE_INLINE Packed load_packed(const unsigned char* p)
+    {
+        const u8 pixels = load<u8>(p);
+        return {{pixels, pixels, pixels, pixels}};
+    }
+    static UTILS_SSE_INLINE void store_packed(unsigned char* p, const Packed& x) { store(p, x.quarter[0]); }
+};
+
+template <>
+struct Run<1>
+{
+    static UTILS_SSE_INLINE u8 load_plane(const unsigned char* p) { return {_mm_cvtsi32_si128(*p)}; }
+    static UTILS_SSE_INLINE void store_plane(unsigned char* p, u8 x)
+    {
+        *p = static_cast<unsigned char>(_mm_cvtsi128_si32(x.v));
+    }
+    static UTILS_SSE_INLINE Packed load_packed(const unsigned char* p)
+    {
+        const u8 pixel = load_four(p);
+        return {{pixel, pixel, pixel, pixel}};
+    }
+    static UTILS_SSE_INLINE void store_packed(unsigned char* p, const Packed& x) { store_four(p, x.quarter[0]); }
+};
+
+// compute(run, i) reads the pixels of a run from i on, put(run, i, result) writes them.
+template <int Group, class Compute, class Put, class... Streams>
+UTILS_SSE_INLINE void map_pixels(int n, const Compute& compute, const Put& put, Streams... streams)
+{
+    const std::ptrdiff_t rest = map_blocks<16, Group>(
+        n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return compute(Run<16>(), i); },
+        [&](std::ptrdiff_t i, const auto& result) UTILS_SSE_LAMBDA { put(Run<16>(), i, result); }, streams...);
+    for_rest_by_four(
+        rest, n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { put(Run<4>(), i, compute(Run<4>(), i)); },
+        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { put(Run<1>(), i, compute(Run<1>(), i)); });
 }
 
 } // namespace
@@ -56,49 +118,44 @@ UTILS_SSE_INLINE u8 plane(const Packed16& pixels)
 void CUtils_SSE::BWToColour(unsigned char* packed, const unsigned char* grey, int n, unsigned char fill)
 {
     const u8 fills = broadcast_byte(fill);
-    const std::ptrdiff_t rest = for_whole_blocks<16, 4>(
+    map_pixels<1>(
         n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const u8 value = load<u8>(grey + i);
-            store_packed(packed + 4 * i, value, value, value, fills);
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const u8 value = run.load_plane(grey + i);
+            return pack(value, value, value, fills);
         },
+        [=](auto run, std::ptrdiff_t i, const Packed& pixels) UTILS_SSE_LAMBDA { run.store_packed(packed + 4 * i, pixels); },
         ahead<1024>(grey));
-    for_rest(rest, n,
-             [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store_packed_one(packed + 4 * i, grey[i], grey[i], grey[i], fill); });
 }
 
 void CUtils_SSE::RGBToColour(unsigned char* packed, const unsigned char* red, const unsigned char* green,
                              const unsigned char* blue, int n, unsigned char fill)
 {
     const u8 fills = broadcast_byte(fill);
-    const std::ptrdiff_t rest = for_whole_blocks<16, 4>(
+    map_pixels<1>(
         n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            store_packed(packed + 4 * i, load<u8>(blue + i), load<u8>(green + i), load<u8>(red + i), fills);
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            return pack(run.load_plane(blue + i), run.load_plane(green + i), run.load_plane(red + i), fills);
         },
+        [=](auto run, std::ptrdiff_t i, const Packed& pixels) UTILS_SSE_LAMBDA { run.store_packed(packed + 4 * i, pixels); },
         ahead<1024>(red), ahead<1024>(green), ahead<1024>(blue));
-    for_rest(rest, n,
-             [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store_packed_one(packed + 4 * i, blue[i], green[i], red[i], fill); });
 }
 
 void CUtils_SSE::ColourToBW(unsigned char* grey, const unsigned char* packed, int n)
 {
-    const std::ptrdiff_t rest = for_whole_blocks<16, 1>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(grey + i, plane<0>(load_packed(packed + 4 * i))); });
-    for_rest(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { grey[i] = packed[4 * i]; });
+    map_pixels<4>(
+        n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return unpack(run.load_packed(packed + 4 * i)).blue; },
+        [=](auto run, std::ptrdiff_t i, u8 blue) UTILS_SSE_LAMBDA { run.store_plane(grey + i, blue); }, ahead<1024>(packed));
 }
 
 void CUtils_SSE::ColourToRGB(unsigned char* red, unsigned char* green, unsigned char* blue, const unsigned char* packed, int n)
 {
-    const std::ptrdiff_t rest = for_whole_blocks<16, 1>(n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        const Packed16 pixels = load_packed(packed + 4 * i);
-        store(red + i, plane<2>(pixels));
-        store(green + i, plane<1>(pixels));
-        store(blue + i, plane<0>(pixels));
-    });
-    for_rest(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        red[i] = packed[4 * i + 2];
-        green[i] = packed[4 * i + 1];
-        blue[i] = packed[4 * i];
-    });
+    map_pixels<4>(
+        n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return unpack(run.load_packed(packed + 4 * i)); },
+        [=](auto run, std::ptrdiff_t i, const Planes& planes) UTILS_SSE_LAMBDA {
+            run.store_plane(red + i, planes.red);
+            run.store_plane(green + i, planes.green);
+            run.store_plane(blue + i, planes.blue);
+        },
+        ahead<1024>(packed));
 }

@@ -76,13 +76,13 @@ struct Memory<f32>
 template <class T>
 struct ElementMemory
 {
-    static UTILS_SSE_INLINE T load(const T* p)
+    static UTILS_SSE_INLINE T load(const void* p)
     {
         T x;
         std::memcpy(&x, p, sizeof x);
         return x;
     }
-    static UTILS_SSE_INLINE void store(T* p, T x) { std::memcpy(p, &x, sizeof x); }
+    static UTILS_SSE_INLINE void store(void* p, T x) { std::memcpy(p, &x, sizeof x); }
 };
 template <>
 struct Memory<float> : ElementMemory<float>
@@ -101,6 +101,12 @@ struct Memory<unsigned char> : ElementMemory<unsigned char>
 {
 };
 
+template <>
+struct Memory<f32x2>
+{
+    static UTILS_SSE_INLINE f32x2 load(const float* p) { return {{_mm_loadu_ps(p)}, {_mm_loadu_ps(p + 4)}}; }
+};
+
 template <class V, class T>
 UTILS_SSE_INLINE V load(const T* p)
 {
@@ -111,6 +117,26 @@ template <class V, class T>
 UTILS_SSE_INLINE void store(T* p, V x)
 {
     Memory<V>::store(p, x);
+}
+
+UTILS_SSE_INLINE void store(float* p, f32x2 x)
+{
+    store(p, x.low);
+    store(p + 4, x.high);
+}
+
+// Parts of a vector, from its low end; the other lanes are zero.
+UTILS_SSE_INLINE i16 load_four(const short* p)
+{
+    return {_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))};
+}
+UTILS_SSE_INLINE u8 load_four(const unsigned char* p)
+{
+    return {_mm_cvtsi32_si128(Memory<int>::load(p))};
+}
+UTILS_SSE_INLINE void store_four(unsigned char* p, u8 x)
+{
+    Memory<int>::store(p, _mm_cvtsi128_si32(x.v));
 }
 
 // --- floats --------------------------------------------------------------------------------------------------------
@@ -126,6 +152,11 @@ UTILS_SSE_INLINE f32 operator-(f32 x, f32 y)
 UTILS_SSE_INLINE f32 operator*(f32 x, f32 y)
 {
     return {_mm_mul_ps(x.v, y.v)};
+}
+
+UTILS_SSE_INLINE f32x2 operator*(f32x2 x, f32x2 y)
+{
+    return {x.low * y.low, x.high * y.high};
 }
 
 // broadcast<V>(x): x in every lane; x itself when V is float. Do it before the loop.
@@ -177,6 +208,10 @@ UTILS_SSE_INLINE int round_to_int(float x)
 {
     return _mm_cvtss_si32(_mm_set_ss(x));
 }
+UTILS_SSE_INLINE i32 truncate_to_int(f32 x)
+{
+    return {_mm_cvttps_epi32(x.v)};
+}
 UTILS_SSE_INLINE int truncate_to_int(float x)
 {
     return _mm_cvttss_si32(_mm_set_ss(x));
@@ -185,6 +220,10 @@ UTILS_SSE_INLINE int truncate_to_int(float x)
 UTILS_SSE_INLINE f32 to_float(i32 x)
 {
     return {_mm_cvtepi32_ps(x.v)};
+}
+UTILS_SSE_INLINE f32x2 to_float(i32x2 x)
+{
+    return {to_float(x.low), to_float(x.high)};
 }
 UTILS_SSE_INLINE float to_float(int x)
 {
@@ -197,10 +236,11 @@ UTILS_SSE_INLINE float to_float(short x)
 
 // --- 16-bit integers -----------------------------------------------------------------------------------------------
 
-// Sign-extended to 32 bits: each sample is doubled into a 32-bit lane and shifted down arithmetically.
+// Sign-extended to 32 bits: each sample is interleaved with its sign.
 UTILS_SSE_INLINE i32x2 widen(i16 x)
 {
-    return {{_mm_srai_epi32(_mm_unpacklo_epi16(x.v, x.v), 16)}, {_mm_srai_epi32(_mm_unpackhi_epi16(x.v, x.v), 16)}};
+    const __m128i sign = _mm_srai_epi16(x.v, 15);
+    return {{_mm_unpacklo_epi16(x.v, sign)}, {_mm_unpackhi_epi16(x.v, sign)}};
 }
 
 // Exact 32-bit products of 16-bit values.
@@ -253,6 +293,11 @@ UTILS_SSE_INLINE i16 absolute_wrap(i16 x)
     return {_mm_sub_epi16(_mm_xor_si128(x.v, sign), sign)};
 }
 // The same in 32 bits: -2147483648 stays.
+UTILS_SSE_INLINE i32 absolute_wrap(i32 x)
+{
+    const __m128i sign = _mm_srai_epi32(x.v, 31);
+    return {_mm_sub_epi32(_mm_xor_si128(x.v, sign), sign)};
+}
 UTILS_SSE_INLINE int absolute_wrap(int x)
 {
     const auto bits = static_cast<std::uint32_t>(x);

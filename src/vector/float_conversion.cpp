@@ -6,26 +6,25 @@ using namespace simd;
 
 void CUtils_SSE::ApplyGain(const float* x, const float* gain, int* dst, int n)
 {
-    const std::ptrdiff_t rest = for_whole_blocks<4, 4>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, round_to_int(load<f32>(x + i) * load<f32>(gain + i))); },
-        ahead<64>(x), ahead<64>(gain));
+    const std::ptrdiff_t rest = map_blocks<4, 4>(
+        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return round_to_int(load<f32>(x + i) * load<f32>(gain + i)); },
+        [=](std::ptrdiff_t i, i32 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(x), ahead<64>(gain));
     // Body rounds to nearest even, tail truncates.
-    for_rest(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+    for_rest<4>(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         store(dst + i, truncate_to_int(load<float>(x + i) * load<float>(gain + i)));
     });
 }
 
 void CUtils_SSE::ShortToFloat(float* dst, const short* src, const float* gain, int n)
 {
-    const std::ptrdiff_t rest = for_whole_blocks<8, 4>(
-        n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const i32x2 samples = widen(load<i16>(src + i));
-            store(dst + i, to_float(samples.low) * load<f32>(gain + i));
-            store(dst + i + 4, to_float(samples.high) * load<f32>(gain + i + 4));
-        },
-        ahead<64>(src), ahead<64>(gain));
-    for_rest(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, to_float(src[i]) * load<float>(gain + i)); });
+    const std::ptrdiff_t rest = map_blocks<8, 2>(
+        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return to_float(widen(load<i16>(src + i))) * load<f32x2>(gain + i); },
+        [=](std::ptrdiff_t i, f32x2 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src), ahead<64>(gain));
+    for_rest_by_four(
+        rest, n,
+        [=](std::ptrdiff_t i)
+            UTILS_SSE_LAMBDA { store(dst + i, to_float(widen(load_four(src + i)).low) * load<f32>(gain + i)); },
+        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, to_float(src[i]) * load<float>(gain + i)); });
 }
 
 void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, float scale, int n)
@@ -36,30 +35,41 @@ void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, float scale, 
         const i32 high = round_to_int(load<f32>(p + 4) * factor);
         return absolute_wrap(narrow_saturate(low, high));
     };
-    const std::ptrdiff_t rest = for_whole_blocks<16, 1>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, narrow_saturate(eight(src + i), eight(src + i + 8))); },
-        ahead<64>(src));
-    // Body rounds and saturates to 16 bits before the absolute value, tail truncates and keeps 32 bits.
-    for_rest(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        const int magnitude = absolute_wrap(truncate_to_int(src[i] * scale));
-        dst[i] = static_cast<unsigned char>(magnitude <= 0 ? 0 : magnitude > 254 ? 255 : magnitude);
-    });
+    const std::ptrdiff_t rest = map_blocks<16, 4>(
+        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return narrow_saturate(eight(src + i), eight(src + i + 8)); },
+        [=](std::ptrdiff_t i, u8 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src));
+    // Body rounds and saturates to 16 bits before the absolute value, tail truncates and keeps 32 bits. The tail goes four at
+    // a time where it can: saturating twice makes of a magnitude what its two comparisons make of it.
+    for_rest_by_four(
+        rest, n,
+        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const i32 magnitude = absolute_wrap(truncate_to_int(load<f32>(src + i) * factor));
+            const i16 narrow = narrow_saturate(magnitude, magnitude);
+            store_four(dst + i, narrow_saturate(narrow, narrow));
+        },
+        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const int magnitude = absolute_wrap(truncate_to_int(src[i] * scale));
+            dst[i] = static_cast<unsigned char>(magnitude <= 0 ? 0 : magnitude > 254 ? 255 : magnitude);
+        });
 }
 
 void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, const unsigned char* table, int n)
 {
-    const auto eight = [=](unsigned char* out, const float* in) UTILS_SSE_LAMBDA {
-        const i16 index = narrow_saturate(round_to_int(load<f32>(in)), round_to_int(load<f32>(in + 4)));
-        for_each_unsigned_lane(index, [=](int lane, int value) UTILS_SSE_LAMBDA { out[lane] = table[value]; });
+    const auto eight = [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        return narrow_saturate(round_to_int(load<f32>(src + i)), round_to_int(load<f32>(src + i + 4)));
     };
-    const std::ptrdiff_t rest = for_whole_blocks<16, 1>(
+    const auto look_up_eight = [=](std::ptrdiff_t i, i16 index) UTILS_SSE_LAMBDA {
+        for_each_unsigned_lane(index, [=](int lane, int value) UTILS_SSE_LAMBDA { dst[i + lane] = table[value]; });
+    };
+    const std::ptrdiff_t rest = read_blocks<16, 1>(
         n,
         [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            eight(dst + i, src + i);
-            eight(dst + i + 8, src + i + 8);
+            look_up_eight(i, eight(i));
+            look_up_eight(i + 8, eight(i + 8));
         },
         ahead<64>(src));
     // Body rounds and saturates the index, tail truncates and keeps its low 16 bits.
-    for_rest(rest, n,
-             [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { dst[i] = table[static_cast<unsigned short>(truncate_to_int(src[i]))]; });
+    for_rest<16>(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        dst[i] = table[static_cast<unsigned short>(truncate_to_int(src[i]))];
+    });
 }

@@ -1,0 +1,239 @@
+// Times every operation of the table at short lengths and in L1, L2 and memory: the library, the plain loops of each
+// compiler, and the library with prefetch the other way round. Results are compared before anything is timed.
+#include "operations.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace operations {
+extern void (*const other_prefetch_functions[])();
+#if defined(UTILS_SSE_BENCH_WITH_GCC)
+extern void (*const plain_gcc_functions[])();
+#endif
+#if defined(UTILS_SSE_BENCH_WITH_CLANG)
+extern void (*const plain_clang_functions[])();
+#endif
+} // namespace operations
+
+namespace {
+
+using operations::Argument;
+using operations::Counts;
+using operations::Element;
+using operations::Operation;
+using operations::Role;
+using operations::Value;
+
+struct Size
+{
+    const char* name;
+    long long length;  // elements; 0: as many as fit
+    std::size_t bytes; // of all arrays together
+};
+
+// Half of what the usual caches hold (32 KB, 512 KB), and far more than any of them: the memory size stays beyond the share
+// of a last-level cache that one core of a server can claim.
+constexpr std::size_t kKiB = 1024;
+const Size kSizes[] = {{"7", 7, 0},          {"23", 23, 0},         {"128", 128, 0},
+                       {"L1", 0, 16 * kKiB}, {"L2", 0, 256 * kKiB}, {"memory", 0, 512 * kKiB* kKiB}};
+
+// One block of memory for all runs, filled once: numbers that are ordinary as floats, as samples and as bytes. Outputs go
+// to a second one, so that no loop reads another's results (integers read as floats would be slow denormals).
+struct Memory
+{
+    std::unique_ptr<unsigned char, void (*)(void*)> block{nullptr, std::free};
+    std::size_t size = 0;
+
+    void reserve(std::size_t bytes)
+    {
+        if (bytes <= size)
+            return;
+        size = bytes;
+        block.reset(static_cast<unsigned char*>(std::aligned_alloc(4096, (bytes + 4095) / 4096 * 4096)));
+        if (!block) {
+            std::fprintf(stderr, "utils_sse_bench: no memory for %zu bytes\n", bytes);
+            std::exit(1);
+        }
+        fill(block.get(), size);
+    }
+
+    static void fill(unsigned char* p, std::size_t bytes)
+    {
+        unsigned state = 1;
+        for (std::size_t i = 0; i + sizeof(float) <= bytes; i += sizeof(float)) {
+            state = state * 1664525u + 1013904223u;
+            const float value = (static_cast<float>(state >> 8) / 8388608.0f - 1.0f) * 30000.0f;
+            std::memcpy(p + i, &value, sizeof value);
+        }
+    }
+};
+
+Memory input_memory;
+Memory output_memory;
+
+// Arrays start 16-byte aligned, each a few lines further from a page's start than the one before, as separate allocations
+// would; equal distances from page starts make loads wait for stores that merely look like conflicts.
+constexpr std::size_t kStagger = 5 * 64;
+
+Counts counts_for(const Operation& op, long long length, bool short_call)
+{
+    Counts counts = op.typical_counts(length);
+    if (short_call && counts.lines > 2)
+        counts.lines = 2; // the fewest with which every operation on lines does something
+    op.place_relative_counts(counts, std::vector<long long>(op.arguments.size(), 0));
+    return counts;
+}
+
+// Of the arrays that grow with the length (a table of bytes does not).
+std::size_t bytes_of(const Operation& op, const Counts& counts)
+{
+    std::size_t bytes = 0;
+    for (const Argument& argument : op.arguments)
+        if (argument.is_array() && argument.bytes(counts) != argument.bytes(Counts()))
+            bytes += argument.bytes(counts);
+    return bytes;
+}
+
+Counts fitting_counts(const Operation& op, const Size& size)
+{
+    if (size.length > 0)
+        return counts_for(op, size.length, true);
+    long long low = 1;
+    long long high = 1ll << 29;
+    while (high - low > 1) {
+        const long long middle = (low + high) / 2;
+        (bytes_of(op, counts_for(op, middle, false)) <= size.bytes ? low : high) = middle;
+    }
+    const long long whole = low > 256 ? low / 64 * 64 : low;
+    return counts_for(op, whole, false);
+}
+
+// Values for a call: arrays laid out in the two memories, counts and scalars as usual.
+std::vector<Value> place(const Operation& op, const Counts& counts)
+{
+    std::size_t needed = 0;
+    for (const Argument& argument : op.arguments)
+        if (argument.is_array())
+            needed += argument.bytes(counts) + kStagger + 64;
+    input_memory.reserve(needed);
+    output_memory.reserve(needed);
+
+    std::vector<Value> values;
+    std::size_t in = 0;
+    std::size_t out = 0;
+    for (const Argument& argument : op.arguments) {
+        if (argument.is_array()) {
+            std::size_t& offset = argument.is_written() ? out : in;
+            unsigned char* p = (argument.is_written() ? output_memory : input_memory).block.get() + offset;
+            if (argument.role == Role::inout)
+                Memory::fill(p, argument.bytes(counts));
+            values.emplace_back(static_cast<void*>(p));
+            offset += (argument.bytes(counts) + 15) / 16 * 16 + kStagger;
+        } else if (argument.member != nullptr) {
+            values.emplace_back(static_cast<int>(counts.*argument.member));
+        } else if (argument.element == Element::float32) {
+            values.emplace_back(static_cast<float>(argument.typical));
+        } else {
+            values.emplace_back(static_cast<unsigned char>(argument.typical));
+        }
+    }
+    return values;
+}
+
+// All bytes written by one call, and the result.
+std::vector<unsigned char> outcome(const Operation& op, operations::AnyFunction function, const Counts& counts)
+{
+    const std::vector<Value> values = place(op, counts);
+    const Value result = op.call(function, values);
+    std::vector<unsigned char> bytes;
+    for (std::size_t i = 0; i < values.size(); ++i)
+        if (op.arguments[i].is_written()) {
+            const unsigned char* p = values[i].as<unsigned char*>();
+            bytes.insert(bytes.end(), p, p + op.arguments[i].bytes(counts));
+        }
+    if (op.result_element == Element::float32) {
+        const float number = result.as<float>();
+        const auto* p = reinterpret_cast<const unsigned char*>(&number);
+        bytes.insert(bytes.end(), p, p + sizeof number);
+    }
+    return bytes;
+}
+
+struct Candidate
+{
+    std::string name;
+    operations::AnyFunction const* functions; // null: the library's own
+};
+
+void run(benchmark::State& state, const Operation& op, operations::AnyFunction function, const Counts& counts)
+{
+    const std::vector<Value> values = place(op, counts);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(op.call(function, values));
+        benchmark::ClobberMemory();
+    }
+    const auto length = static_cast<double>(counts.*op.length().member * std::max(1LL, counts.lines));
+    state.counters["elements"] = length;
+    state.counters["bytes"] = static_cast<double>(bytes_of(op, counts));
+}
+
+bool agrees(const Operation& op, const Candidate& candidate, operations::AnyFunction function, const Size& size,
+            const Counts& counts)
+{
+    if (function == op.function || size.bytes > 1024 * kKiB)
+        return true; // the big size runs the code that L2 ran
+    if (outcome(op, function, counts) == outcome(op, op.function, counts))
+        return true;
+    std::fprintf(stderr, "utils_sse_bench: %s by %s differs from the library at size %s\n", op.title().c_str(),
+                 candidate.name.c_str(), size.name);
+    return false;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const Candidate candidates[] = {
+        {"utils_sse", nullptr},
+#if defined(UTILS_SSE_BENCH_WITH_GCC)
+        {"gcc", operations::plain_gcc_functions},
+#endif
+#if defined(UTILS_SSE_BENCH_WITH_CLANG)
+        {"clang", operations::plain_clang_functions},
+#endif
+#if UTILS_SSE_PREFETCH
+        {"without_prefetch", operations::other_prefetch_functions}
+    };
+#else
+        {"with_prefetch", operations::other_prefetch_functions}
+    };
+#endif
+
+    bool all_agree = true;
+    const std::vector<Operation>& all = operations::all();
+    for (std::size_t i = 0; i < all.size(); ++i)
+        for (const Size& size : kSizes) {
+            const Counts counts = fitting_counts(all[i], size);
+            for (const Candidate& candidate : candidates) {
+                const Operation& op = all[i];
+                const operations::AnyFunction function = candidate.functions ? candidate.functions[i] : op.function;
+                all_agree &= agrees(op, candidate, function, size, counts);
+                benchmark::RegisterBenchmark((op.title() + "/" + size.name + "/" + candidate.name).c_str(), run, op, function,
+                                             counts);
+            }
+        }
+    if (!all_agree)
+        return 1;
+
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

@@ -1,0 +1,153 @@
+/** @file
+ *  The table of operations (table.inc) as C++ objects: what each function of the library takes, touches and allows, and a
+ *  way to call any of them without knowing its type. Tests, benchmarks and the reference page work from this list.
+ */
+#ifndef UTILS_SSE_OPERATIONS_H
+#define UTILS_SSE_OPERATIONS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace operations {
+
+// The counts that functions take, by the names they have in utils_sse.h. Formulas of the table are written in these words.
+#define UTILS_SSE_COUNTS(X) X(n) X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation)
+
+struct Counts
+{
+#define UTILS_SSE_MEMBER(name) long long name = 0;
+    UTILS_SSE_COUNTS(UTILS_SSE_MEMBER)
+#undef UTILS_SSE_MEMBER
+};
+
+using CountMember = long long Counts::*;
+
+/** A number of elements, as a formula over counts: its text and its value. */
+struct Extent
+{
+    std::string text;
+    long long (*formula)(const Counts&) = nullptr;
+
+    std::size_t operator()(const Counts& counts) const;
+};
+
+/** Any argument or result of a function. */
+class Value
+{
+public:
+    Value() = default;
+    template <class T>
+    explicit Value(T value)
+    {
+        static_assert(sizeof(T) <= sizeof bytes_ && std::is_trivially_copyable<T>::value, "");
+        std::memcpy(bytes_, &value, sizeof value);
+    }
+    template <class T>
+    T as() const
+    {
+        T value;
+        std::memcpy(&value, bytes_, sizeof value);
+        return value;
+    }
+
+private:
+    unsigned char bytes_[8] = {};
+};
+
+/** Any function; to be called through Operation::invoke() only. */
+using AnyFunction = void (*)();
+
+enum class Role
+{
+    in,
+    out,
+    inout,
+    count,
+    scalar
+};
+enum class Element
+{
+    none,
+    float32,
+    int32,
+    int16,
+    uint8
+};
+
+struct Argument
+{
+    std::string name;
+    Role role = Role::in;
+    std::string type; ///< of the parameter, as demanglers print it
+    Element element = Element::none;
+    std::size_t element_size = 0;
+
+    // Arrays
+    Extent extent;             ///< elements read or written at most
+    Extent reads_beyond;       ///< elements behind them that may be read and do not matter
+    std::size_t alignment = 0; ///< in bytes, what the contract demands beyond the element's own; 0: nothing
+
+    // Counts
+    CountMember member = nullptr;
+    bool is_length = false;       ///< the count that grows; every other one takes a few values
+    std::vector<long long> swept; ///< values worth testing, some without an effect
+    Extent swept_from;            ///< if set, the values are relative to this (a line stride to the line)
+    double typical = 0;           ///< count or scalar in everyday use
+
+    bool is_array() const { return role == Role::in || role == Role::out || role == Role::inout; }
+    bool is_written() const { return role == Role::out || role == Role::inout; }
+    std::size_t bytes(const Counts& counts) const { return extent(counts) * element_size; }
+    std::size_t bytes_beyond(const Counts& counts) const { return reads_beyond(counts) * element_size; }
+};
+
+struct Operation
+{
+    std::string name;
+    std::string overload; ///< tells functions of one name apart; empty if there is only one
+    std::string section;  ///< of utils_sse.h
+    std::string room;     ///< directory in src
+    std::string result;   ///< type
+    Element result_element = Element::none;
+    std::vector<Argument> arguments;
+    int block = 1;                               ///< elements in one step of the body
+    std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array
+    std::string body_and_tail;                   ///< how they differ; empty if they agree
+    std::string instruction_set = "SSE2";
+    AnyFunction function = nullptr; ///< the library's
+    Value (*invoke)(AnyFunction, const Value*) = nullptr;
+
+    std::string title() const;      ///< "Average (weighted)"
+    std::string signature() const;  ///< "CUtils_SSE::SumFloats(float const*, int)"
+    const Argument& length() const; ///< the count that grows
+
+    /** Calls a function of this operation's type with one value for each argument. */
+    Value call(AnyFunction implementation, const std::vector<Value>& values) const;
+
+    /** Everyday counts for a main length: lines lie one behind the other, filters have a usual size. */
+    Counts typical_counts(long long length) const;
+
+    /** Sets the relative counts (strides) after the absolute ones are set in `counts`; `offsets` has one value for each
+     *  argument, of which the relative counts' are used. */
+    void place_relative_counts(Counts& counts, const std::vector<long long>& offsets) const;
+};
+
+/** All operations, in the order of the table. */
+const std::vector<Operation>& all();
+
+/** What the library exports besides. */
+struct Export
+{
+    std::string section;
+    std::string result;
+    std::string signature;
+};
+const std::vector<Export>& other_exports();
+
+} // namespace operations
+
+#endif

@@ -1,0 +1,25 @@
+/** @file
+ *  What each operation means: the loop a user would write, with exactly the results that utils_sse.h promises. The tests
+ *  compare the library with these loops, and the benchmarks race it against them. Nothing here is tuned, and nothing
+ *  depends on the order in which a compiler evaluates what the contract leaves open.
+ *
+ *  The includer names the struct with PLAIN_LIBRARY.
+ */
+#ifndef PLAIN_LIBRARY
+#error "PLAIN_LIBRARY must name the struct that holds the loops"
+#endif
+
+#include <climits>
+#include <cmath>
+#include <cstddef>
+
+struct PLAIN_LIBRARY
+{
+#include "numbers.inc"
+
+#include "vector.inc"
+
+#include "envelope.inc"
+
+#include "pixel.inc"
+};
