@@ -20,7 +20,7 @@ struct Mixed
 void CUtils_SSE::Demodulate(const short* rf, const short* table1, const short* table2, float* out1, float* out2, int n)
 {
     const f32x2 unit = {broadcast<f32>(kQ15ToUnit), broadcast<f32>(kQ15ToUnit)};
-    const std::ptrdiff_t rest = map_blocks<8, 2>(
+    const Rest rest = map_blocks<8, 2>(
         n,
         [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const i16 samples = load<i16>(rf + i);
@@ -32,8 +32,8 @@ void CUtils_SSE::Demodulate(const short* rf, const short* table1, const short* t
             store(out2 + i, mixed.with[0]);
         },
         ahead<1024>(rf), ahead<1024>(table1), ahead<1024>(table2));
-    for_rest_by_four(
-        rest, n,
+    for_rest(
+        rest,
         [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const i16 samples = load_four(rf + i);
             store(out1 + i, to_float(multiply_exact(samples, load_four(table2 + i)).low) * unit.low);
@@ -49,7 +49,7 @@ void CUtils_SSE::DemodulateNew(const short* rf, short* out1, short* out2, const 
                                int n)
 {
     for (int line = 0; line < lines; ++line, rf += n, out1 += n, out2 += n) {
-        const std::ptrdiff_t rest = map_blocks<8, 4>(
+        const Rest rest = map_blocks<8, 4>(
             n,
             [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
                 const i16 samples = load<i16>(rf + i);
@@ -62,7 +62,7 @@ void CUtils_SSE::DemodulateNew(const short* rf, short* out1, short* out2, const 
             },
             ahead<64>(rf));
         // The tail is zeroed, not computed.
-        for_rest<8>(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { out1[i] = out2[i] = 0; });
+        for_rest(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { out1[i] = out2[i] = 0; });
     }
 }
 

@@ -196,8 +196,8 @@ void detect_staged(const Lines<Signals>& in, float* out, const float* h, int tap
             sum[s] = load<V>(&sums[s][t]);
         store(out + t, envelope(sum));
     };
-    const std::ptrdiff_t rest = read_blocks<4, 1>(phases.outputs, [&](std::ptrdiff_t t) UTILS_SSE_LAMBDA { finish(f32(), t); });
-    for_rest<4>(rest, phases.outputs, [&](std::ptrdiff_t t) UTILS_SSE_LAMBDA { finish(float(), t); });
+    const Rest rest = read_blocks<4, 1>(phases.outputs, [&](std::ptrdiff_t t) UTILS_SSE_LAMBDA { finish(f32(), t); });
+    for_up_to_three(rest, [&](std::ptrdiff_t t) UTILS_SSE_LAMBDA { finish(float(), t); });
 }
 
 // Outputs one at a time: what is too little for the stage, and decimation 0.

@@ -6,22 +6,22 @@ using namespace simd;
 
 void CUtils_SSE::ApplyGain(const float* x, const float* gain, int* dst, int n)
 {
-    const std::ptrdiff_t rest = map_blocks<4, 4>(
+    const Rest rest = map_blocks<4, 4>(
         n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return round_to_int(load<f32>(x + i) * load<f32>(gain + i)); },
         [=](std::ptrdiff_t i, i32 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(x), ahead<64>(gain));
     // Body rounds to nearest even, tail truncates.
-    for_rest<4>(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+    for_up_to_three(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         store(dst + i, truncate_to_int(load<float>(x + i) * load<float>(gain + i)));
     });
 }
 
 void CUtils_SSE::ShortToFloat(float* dst, const short* src, const float* gain, int n)
 {
-    const std::ptrdiff_t rest = map_blocks<8, 2>(
+    const Rest rest = map_blocks<8, 2>(
         n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return to_float(widen(load<i16>(src + i))) * load<f32x2>(gain + i); },
         [=](std::ptrdiff_t i, f32x2 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src), ahead<64>(gain));
-    for_rest_by_four(
-        rest, n,
+    for_rest(
+        rest,
         [=](std::ptrdiff_t i)
             UTILS_SSE_LAMBDA { store(dst + i, to_float(widen(load_four(src + i)).low) * load<f32>(gain + i)); },
         [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, to_float(src[i]) * load<float>(gain + i)); });
@@ -35,13 +35,13 @@ void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, float scale, 
         const i32 high = round_to_int(load<f32>(p + 4) * factor);
         return absolute_wrap(narrow_saturate(low, high));
     };
-    const std::ptrdiff_t rest = map_blocks<16, 4>(
+    const Rest rest = map_blocks<16, 4>(
         n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return narrow_saturate(eight(src + i), eight(src + i + 8)); },
         [=](std::ptrdiff_t i, u8 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src));
     // Body rounds and saturates to 16 bits before the absolute value, tail truncates and keeps 32 bits. The tail goes four at
     // a time where it can: saturating twice makes of a magnitude what its two comparisons make of it.
-    for_rest_by_four(
-        rest, n,
+    for_rest(
+        rest,
         [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const i32 magnitude = absolute_wrap(truncate_to_int(load<f32>(src + i) * factor));
             const i16 narrow = narrow_saturate(magnitude, magnitude);
@@ -61,7 +61,7 @@ void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, const unsigne
     const auto look_up_eight = [=](std::ptrdiff_t i, i16 index) UTILS_SSE_LAMBDA {
         for_each_unsigned_lane(index, [=](int lane, int value) UTILS_SSE_LAMBDA { dst[i + lane] = table[value]; });
     };
-    const std::ptrdiff_t rest = read_blocks<16, 1>(
+    const Rest rest = read_blocks<16, 1>(
         n,
         [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             look_up_eight(i, eight(i));
@@ -69,7 +69,6 @@ void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, const unsigne
         },
         ahead<64>(src));
     // Body rounds and saturates the index, tail truncates and keeps its low 16 bits.
-    for_rest<16>(rest, n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        dst[i] = table[static_cast<unsigned short>(truncate_to_int(src[i]))];
-    });
+    for_rest(rest,
+             [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { dst[i] = table[static_cast<unsigned short>(truncate_to_int(src[i]))]; });
 }

@@ -12,10 +12,10 @@ template <class Term, class... Streams>
 UTILS_SSE_INLINE float sum_in_lanes(int n, const Term& term, Streams... streams)
 {
     f32 lanes = broadcast<f32>(0.0f);
-    const std::ptrdiff_t rest = read_blocks<4, 4>(
+    const Rest rest = read_blocks<4, 4>(
         n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { lanes = lanes + term(f32(), i); }, streams...);
     float sum = fold(lanes);
-    for_rest<4>(rest, n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + term(float(), i); });
+    for_up_to_three(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + term(float(), i); });
     return sum;
 }
 
@@ -38,7 +38,7 @@ void CUtils_SSE::FDotProduct(float* outA, float* outB, const float* a, const flo
 {
     f32 lanesA = broadcast<f32>(0.0f);
     f32 lanesB = broadcast<f32>(0.0f);
-    const std::ptrdiff_t rest = read_blocks<4, 4>(
+    const Rest rest = read_blocks<4, 4>(
         n,
         [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const f32 common = load<f32>(c + i);
@@ -50,7 +50,7 @@ void CUtils_SSE::FDotProduct(float* outA, float* outB, const float* a, const flo
     // Unlike the other sums: the tail is summed on its own and joins lane 0 before the fold.
     float tailA = 0.0f;
     float tailB = 0.0f;
-    for_rest<4>(rest, n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+    for_up_to_three(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         tailA = tailA + a[i] * c[i];
         tailB = tailB + b[i] * c[i];
     });
