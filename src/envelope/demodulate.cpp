@@ -71,7 +71,7 @@ void CUtils_SSE::DemodulateHarmInterp(const short* rf, const short* tableA, cons
 {
     // The last line is left alone, and so is the tail of every line.
     for (int line = 1; line < lines; ++line, rf += n, outA += n, outB += n, outC += n, outD += n) {
-        map_blocks<8, 2>(
+        map_blocks<8, 4>(
             n,
             [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
                 const i16 samples = load<i16>(rf + i);

@@ -115,10 +115,10 @@ struct Run<1>
 };
 
 // compute(run, i) reads the pixels of a run from i on, put(run, i, result) writes them.
-template <int Group, class Compute, class Put, class... Streams>
+template <int Line, class Compute, class Put, class... Streams>
 UTILS_SSE_INLINE void map_pixels(int n, const Compute& compute, const Put& put, Streams... streams)
 {
-    const Rest rest = map_blocks<16, Group>(
+    const Rest rest = map_blocks<16, Line>(
         n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return compute(Run<16>(), i); },
         [&](std::ptrdiff_t i, const auto& result) UTILS_SSE_LAMBDA { put(Run<16>(), i, result); }, streams...);
     for_rest(
@@ -131,7 +131,7 @@ UTILS_SSE_INLINE void map_pixels(int n, const Compute& compute, const Put& put, 
 void CUtils_SSE::BWToColour(unsigned char* packed, const unsigned char* grey, int n, unsigned char fill)
 {
     const u8 fills = {_mm_set1_epi16(static_cast<short>(fill << 8))};
-    map_pixels<2>(
+    map_pixels<1>(
         n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return pack_grey(run.load_plane(grey + i), fills); },
         [=](auto run, std::ptrdiff_t i, const Packed& pixels) UTILS_SSE_LAMBDA { run.store_packed(packed + 4 * i, pixels); },
         ahead<1024>(grey));

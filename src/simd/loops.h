@@ -63,10 +63,16 @@ struct Rest
     int count;
 };
 
-// 32-bit code has eight registers, half as many, and groups half as large.
-constexpr int group_size(int wanted)
+// A group should fill a 64-byte line of each output (a second line costs up to 1.7 times in L2), and all its results wait in
+// registers to be stored: half of sixteen at most, two of the eight that 32-bit code has.
+template <class Results>
+constexpr int group_size(int line)
 {
-    return sizeof(void*) == 8 || wanted == 1 ? wanted : wanted / 2;
+    constexpr int vectors = static_cast<int>(sizeof(Results) / sizeof(__m128i));
+    constexpr int registers = sizeof(void*) == 8 ? 8 : 2;
+    while (line > 1 && line * vectors > registers)
+        line /= 2;
+    return line;
 }
 
 template <int Block, class Compute, class Put, int... B>
@@ -76,11 +82,12 @@ UTILS_SSE_INLINE void map_group(std::ptrdiff_t i, const Compute& compute, const 
     (put(i + B * Block, results[B]), ...);
 }
 
-// compute(i) reads the Block elements from i on and returns results, put(i, results) writes them. Group: 1, 2 or 4.
-template <int Block, int Group, class Compute, class Put, class... Streams>
+// compute(i) reads the Block elements from i on and returns results, put(i, results) writes them. Line: how
+// many blocks fill a line of output; 1, 2 or 4.
+template <int Block, int Line, class Compute, class Put, class... Streams>
 UTILS_SSE_INLINE Rest map_blocks(int n, const Compute& compute, const Put& put, Streams... streams)
 {
-    constexpr int group = group_size(Group);
+    constexpr int group = group_size<decltype(compute(0))>(Line);
     Rest rest{0, n};
     const auto step = [&](auto blocks) UTILS_SSE_LAMBDA {
         map_group<Block>(rest.i, compute, put, std::make_integer_sequence<int, blocks>());

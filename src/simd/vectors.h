@@ -8,6 +8,7 @@
 
 #include "simd/config.h"
 
+#include <cmath>
 #include <utility>
 
 namespace simd {
@@ -180,7 +181,7 @@ UTILS_SSE_INLINE f32 square_root(f32 x)
 }
 UTILS_SSE_INLINE float square_root(float x)
 {
-    return _mm_cvtss_f32(_mm_sqrt_ss(_mm_set_ss(x)));
+    return std::sqrt(x);
 }
 
 // (lane 0 + lane 1) + (lane 2 + lane 3)

@@ -1,0 +1,138 @@
+#!/usr/bin/env python3
+"""Turns the JSON of utils_sse_bench into the tables of docs/performance.md.
+
+usage: table.py RESULT.json docs/performance.md [--readme README.md]
+
+Replaces what stands between the lines `<!-- begin: measured -->` and `<!-- end: measured -->`. Times are medians over the
+repetitions of one interleaved run; ratios are time of the competitor over time of utils_sse.
+"""
+import argparse
+import json
+import os
+import platform
+import re
+import statistics
+import subprocess
+import sys
+
+SIZES = ["7", "23", "128", "L1", "L2", "memory"]
+COMPETITORS = ["gcc", "clang"]
+NOISE = 0.95  # a ratio above this is not called a loss
+
+
+def read(path):
+    """{(operation, size): {candidate: (median time, relative spread)}}, {(operation, size): counters}, context"""
+    with open(path) as file:
+        result = json.load(file)
+    times, counters = {}, {}
+    for run in result["benchmarks"]:
+        if run["run_type"] != "iteration":
+            continue
+        operation, size, candidate = run["name"].rsplit("/", 2)
+        times.setdefault((operation, size), {}).setdefault(candidate, []).append(run["real_time"])
+        counters[operation, size] = run
+    medians = {key: {name: statistics.median(t) for name, t in group.items()} for key, group in times.items()}
+    spread = statistics.median((max(t) - min(t)) / statistics.median(t) / 2 for group in times.values() for t in group.values())
+    return medians, counters, result["context"], spread
+
+
+def operations_of(medians):
+    return list(dict.fromkeys(operation for operation, _ in sorted(medians, key=lambda key: order.index(key[0]))))
+
+
+def ratio_text(ratio):
+    text = f"{ratio:.2f}" if ratio < 10 else f"{ratio:.0f}"
+    return f"**{text}**" if ratio < NOISE else text
+
+
+def ratios(group, names):
+    return " / ".join(ratio_text(group[name] / group["utils_sse"]) for name in names if name in group)
+
+
+def table(header, rows):
+    lines = ["| " + " | ".join(header) + " |", "|" + "|".join(["---"] + ["---:"] * (len(header) - 1)) + "|"]
+    return lines + ["| " + " | ".join(row) + " |" for row in rows]
+
+
+def compiler(command):
+    try:
+        return subprocess.run([command, "--version"], capture_output=True, text=True, check=True).stdout.splitlines()[0]
+    except (OSError, subprocess.CalledProcessError):
+        return None
+
+
+def processor():
+    try:
+        with open("/proc/cpuinfo") as file:
+            return re.search(r"model name\s*: (.*)", file.read()).group(1)
+    except (OSError, AttributeError):
+        return platform.processor()
+
+
+def measured(medians, counters, context, spread, operations):
+    caches = ", ".join(f"L{c['level']} {c['type'].lower()} {c['size'] // 1024} KB" for c in context["caches"] if c["type"] != "Instruction")
+    compilers = "; ".join(c for c in (compiler("g++"), compiler("clang++")) if c)
+    names = [name for name in COMPETITORS if any(name in group for group in medians.values())]
+    cells = [group[name] / group["utils_sse"] for group in medians.values() for name in names]
+    ahead = sum(c >= NOISE for c in cells)
+    lines = [
+        f"Machine: {processor()}, {caches}; {compilers}; {context['date'][:10]}. Median half-spread of a candidate's",
+        f"repetitions: {100 * spread:.0f} %. In {ahead} of {len(cells)} comparisons utils_sse is as fast or faster (noise of 5 % allowed).",
+        "",
+        "### Plain loop over utils_sse",
+        "",
+        f"Time of the plain loop ({' / '.join(names)}, `-O3 -msse4.1 -fno-math-errno`) divided by the time of the kernel; rows below 1 are lost.",
+        "",
+    ]
+    lines += table(["operation"] + SIZES, [[operation] + [ratios(medians[operation, size], names) for size in SIZES] for operation in operations])
+    lines += ["", "### Absolute figures", "", "Nanoseconds per call at short lengths; nanoseconds per element and gigabytes per second (each byte read or written counted once) beyond.", ""]
+    rows = []
+    for operation in operations:
+        row = [operation]
+        for size in SIZES:
+            time, run = medians[operation, size]["utils_sse"], counters[operation, size]
+            row.append(f"{time:.1f}" if size.isdigit() else f"{time / run['elements']:.3f}; {run['bytes'] / time:.1f}")
+        rows.append(row)
+    lines += table(["operation"] + SIZES, rows)
+    other = next((name for name in ("with_prefetch", "without_prefetch") if any(name in g for g in medians.values())), None)
+    if other:
+        lines += ["", f"### Prefetch", "", f"Time {other.replace('_', ' ')} divided by the time of the library as it is built by default.", ""]
+        lines += table(["operation"] + SIZES, [[operation] + [f"{medians[operation, size][other] / medians[operation, size]['utils_sse']:.2f}" for size in SIZES] for operation in operations])
+    return lines
+
+
+def summary(medians, operations):
+    """A small table for the README: the best competitor, at three sizes."""
+    rows = []
+    for operation in operations:
+        row = [f"`{operation}`"]
+        for size in ("128", "L1", "memory"):
+            group = medians[operation, size]
+            row.append(f"{min(group[name] for name in COMPETITORS if name in group) / group['utils_sse']:.1f}")
+        rows.append(row)
+    return table(["times the best plain loop", "128 elements", "in L1", "in memory"], rows)
+
+
+def replace_between(path, begin, end, lines):
+    with open(path) as file:
+        text = file.read()
+    if begin not in text or end not in text:
+        sys.exit(f"{path}: the lines '{begin}' and '{end}' are expected")
+    head, rest = text.split(begin, 1)
+    with open(path, "w") as file:
+        file.write(head + begin + "\n" + "\n".join(lines) + "\n" + end + rest.split(end, 1)[1])
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("result")
+    parser.add_argument("document")
+    parser.add_argument("--readme")
+    arguments = parser.parse_args()
+    medians, counters, context, spread = read(arguments.result)
+    with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../operations/table.inc")) as file:
+        order = [name + (f" ({overload})" if overload else "") for name, overload in re.findall(r'^OPERATION\((\w+), "([^"]*)"', file.read(), re.M)]
+    operations = operations_of(medians)
+    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations))
+    if arguments.readme:
+        replace_between(arguments.readme, "<!-- begin: speed -->", "<!-- end: speed -->", summary(medians, operations))
