@@ -8,28 +8,28 @@
  *
  *  Each function's own text states what it computes and where it departs from these rules.
  *
- *  - **Arguments.** Destinations first, then sources, then counts, then scalar parameters. Counts are numbers of elements,
- *    never of bytes. The words rf, line, frame, ensemble and pixel are used as in the field; lines of a frame are stored
- *    one after the other.
+ *  - **Arguments.** As a rule destinations first, then sources, then counts, then scalar parameters; the declarations show
+ *    the exceptions. Counts are numbers of elements, never of bytes. The words rf, line, frame, ensemble and pixel are used
+ *    as in the field; lines of a frame are stored one after the other.
  *  - **Body and tail.** A function over n elements works on whole 128-bit blocks first (the *body*, "block" below is its
  *    size in elements) and on the remaining n mod block elements one at a time (the *tail*). Unless said otherwise both
  *    compute the same function, bit for bit.
  *  - **Extent.** Elements 0 .. n-1 are read and written, nothing else, unless said otherwise. Prefetch hints may name
  *    addresses beyond; they never touch the caller's memory in a way that can be seen.
  *  - **Alignment.** Any address that suits the element type, unless an argument is said to be 16-byte aligned.
- *  - **In place.** Element-wise functions accept a destination equal to a source where said so. Any other overlap of a
- *    destination with another array is outside the contract.
- *  - **Counts of zero or below** write nothing, and a sum gives 0. Null pointers and arrays shorter than stated are the
- *    caller's fault; nothing is checked and nothing is reported.
+ *  - **In place.** A destination may equal a source where said so ("may equal"). Any other overlap of a destination with
+ *    another array is outside the contract. Sources may overlap each other in any way.
+ *  - **Counts of zero or below** write nothing, and a sum gives 0, unless said otherwise. Null pointers and arrays shorter
+ *    than stated are the caller's fault; nothing is checked and nothing is reported.
  *  - **Floats** are IEEE single precision. Every product and every sum is rounded once, in the grouping that the formula
  *    shows; nothing is fused or reassociated. Denormals are computed as denormals (and are slow on many processors), the
- *    rounding mode is expected to be to-nearest, and the control register is left alone. Which payload a NaN result
- *    carries is not promised.
+ *    rounding mode is expected to be to-nearest, and the control register is left alone. Which payload a NaN result carries
+ *    is not promised.
  *  - **Float to integer** rounds to nearest, ties to even, unless "truncates" is said. NaN and values outside the 32-bit
  *    range give -2147483648. Narrowing saturates unless said otherwise.
- *  - **Sums of floats** use four lanes: lane k adds the elements 4j + k in increasing j, the lanes are folded as
- *    (lane 0 + lane 1) + (lane 2 + lane 3), then the tail elements are added one by one in increasing index order. The
- *    order is part of the result.
+ *  - **Sums of floats** use four lanes, each starting at +0: lane k adds the elements 4j + k in increasing j, the lanes are
+ *    folded as (lane 0 + lane 1) + (lane 2 + lane 3), then the tail elements are added one by one in increasing index
+ *    order. The order is part of the result.
  *  - **Instruction set.** SSE2 unless said otherwise.
  *
  *  The results are the same bits on every compiler, word size, operating system and processor.
@@ -70,13 +70,13 @@ public:
 
     /** Heap memory at a multiple of an alignment; released with aligned_free() and nothing else.
      *
-     *  The block lies in one heap block of size + 4 + alignment bytes, computed in unsigned 32-bit arithmetic: sizes
-     *  within 4 + alignment of 4 GiB wrap and are outside the contract. The block starts 5 to 4 + alignment bytes behind
-     *  the heap block's start, and the 4 bytes directly in front of it hold the low 32 bits of the heap block's address;
-     *  they must not be overwritten.
+     *  The block lies in one heap block of size + 4 + alignment bytes. That sum is computed in unsigned 32-bit arithmetic
+     *  and wraps at 4 GiB; a caller keeps it below, because a wrapped sum gives a block that is too small. The block starts
+     *  5 to 4 + alignment bytes behind the heap block's start, and the 4 bytes directly in front of it hold the low 32 bits
+     *  of the heap block's address; they must not be overwritten.
      *
      *  @param size       bytes wanted; 0 gives a valid pointer to no bytes
-     *  @param alignment  any value from 1 to 2^31, a power of two or not; 0 is outside the contract (it divides by zero)
+     *  @param alignment  any value but 0, a power of two or not; 0 is outside the contract (it divides by zero)
      *  @return the address of size usable bytes, uninitialised, or null when the heap has no room
      */
     static void* UTILS_SSE_CALL aligned_malloc(unsigned int size, unsigned int alignment);
@@ -124,8 +124,9 @@ public:
 
     /** Euclidean magnitude of two components, in place: dst[i] = sqrt(dst[i] * dst[i] + src[i] * src[i]).
      *
-     *  The root is correctly rounded. The squares are not guarded: components above about 1.8e19 give infinity, below
-     *  about 1e-23 they lose precision.
+     *  The squares and their sum are rounded to single precision, then the root is correctly rounded. The squares are not
+     *  guarded: magnitudes above about 1.8e19 give infinity, those below about 1e-19 lose precision, and below about 2.6e-23
+     *  they give 0.
      *  @param[in,out] dst  n floats; may equal src
      *  @param[in]     src  n floats
      *  @param         n    number of floats; block 4
@@ -141,7 +142,7 @@ public:
 
     /** Dot product of two arrays, in four lanes (see the rules above).
      *  @param[in] a  n floats
-     *  @param[in] b  n floats; may equal a
+     *  @param[in] b  n floats
      *  @param     n  number of floats; block 4
      *  @return sum of a[i] * b[i]; 0 for n <= 0
      */
@@ -151,11 +152,11 @@ public:
      *
      *  Four lanes each, but unlike in the other sums the tail products are first summed among themselves, from 0, in
      *  increasing index order; that sum is added into lane 0, and then the lanes are folded. The same numbers can
-     *  therefore give another last bit than two calls with one pair.
-     *  @param[out] outA  one float, also for n <= 0 (0 then); written before outB
-     *  @param[out] outB  one float
+     *  therefore give another last bit than two calls with one pair. For n <= 0 both results are 0.
+     *  @param[out] outA  one float; both results are written at the end, this one first
+     *  @param[out] outB  one float; if it is outA's, outB's result stays
      *  @param[in]  a     n floats
-     *  @param[in]  b     n floats; a, b and c may be equal
+     *  @param[in]  b     n floats
      *  @param[in]  c     n floats
      *  @param      n     number of floats; block 4
      */
@@ -176,17 +177,17 @@ public:
      *  @param[out] dst   n floats; may equal gain
      *  @param[in]  src   n samples
      *  @param[in]  gain  n floats
-     *  @param      n     number of elements; block 8
+     *  @param      n     number of elements; block 8. Arrays of n elements are enough
      */
     static void UTILS_SSE_CALL ShortToFloat(float* dst, const short* src, const float* gain, int n);
 
-    /** Scaled magnitude as bytes: dst[i] = min(255, abs(integer(src[i] * scale))).
+    /** Scaled magnitude as bytes: dst[i] = min(255, abs(integer(src[i] * scale))), for products within the 16-bit range.
      *
      *  **Body and tail differ.** The body rounds to nearest (ties to even), saturates to signed 16 bits, takes the
      *  absolute value (-32768 stays negative) and saturates to 0 .. 255: products at or below -32767.5 therefore give 0,
-     *  and products outside the 32-bit range and NaN give 0. The tail truncates towards zero and takes the absolute value in
-     *  32 bits: large negative products give 255, products outside the 32-bit range, at or below -2147483648 and NaN
-     *  give 0. A caller who wants one behaviour pads to a multiple of 16.
+     *  as do products from 2147483648 on and NaN; other large positive ones give 255. The tail truncates towards zero and
+     *  takes the absolute value in 32 bits: large products of either sign give 255, but those at or below -2147483648, from
+     *  2147483648 on, and NaN give 0. A caller who wants one behaviour pads to a multiple of 16.
      *  @param[out] dst    n bytes
      *  @param[in]  src    n floats
      *  @param      scale  any float
@@ -198,8 +199,9 @@ public:
      *
      *  **Body and tail differ.** The body rounds to nearest (ties to even) and saturates to -32768 .. 32767; negative
      *  values then index the upper half of the table, -1 its last entry. The tail truncates towards zero and keeps the
-     *  low 16 bits (70000 indexes entry 4464). A caller who wants one behaviour pads to a multiple of 16. This is how a
-     *  host compresses an envelope logarithmically: the table holds the curve.
+     *  low 16 bits (70000 indexes entry 4464). Values outside the 32-bit range and NaN index entry 32768 in the body and
+     *  entry 0 in the tail. A caller who wants one behaviour pads to a multiple of 16. This is how a host compresses an
+     *  envelope logarithmically: the table holds the curve.
      *  @param[out] dst    n bytes
      *  @param[in]  src    n floats
      *  @param[in]  table  65536 bytes, or as many as the caller's values can index; only the indexed entries are read
@@ -216,7 +218,7 @@ public:
     /** One RF line times two carrier tables, as floats: out[i] = float(rf[i] * table[i]) * (1/32767).
      *
      *  The product is exact, converted to float (nearest even) and multiplied by the float nearest to 1/32767
-     *  (0x38000100), so a table entry of 32767 gives the RF sample back.
+     *  (0x38000100): a table entry of 32767 gives the RF sample back to within one unit in the last place.
      *
      *  **The wiring is crossed:** table1 feeds out2 and table2 feeds out1.
      *  @param[in]  rf      n samples
@@ -236,9 +238,9 @@ public:
      *
      *  **The tail is zeroed:** the last n mod 8 samples of every line are not computed; both outputs are 0 there. Pad
      *  lines to whole blocks of 8 to lose nothing.
-     *  @param[in]  rf      [lines][n] samples
-     *  @param[out] out1    [lines][n] samples: rf times table1
-     *  @param[out] out2    [lines][n] samples: rf times table2
+     *  @param[in]  rf      [lines][n] samples; the last n mod 8 of a line are not read
+     *  @param[out] out1    [lines][n] samples: rf times table1; must not overlap an input
+     *  @param[out] out2    [lines][n] samples: rf times table2; must not overlap an input
      *  @param[in]  table1  n entries (the last n mod 8 are not read), 16-byte aligned, the same for each line
      *  @param[in]  table2  n entries (the last n mod 8 are not read), 16-byte aligned, the same for each line
      *  @param      lines   number of lines
@@ -251,15 +253,15 @@ public:
      *
      *  Two carrier pairs, (A, B) and (C, D), for example fundamental and second harmonic.
      *
-     *  **The last line is never touched:** lines 0 .. lines - 2 are processed, so lines <= 1 does nothing. **There is no
-     *  tail:** the last n mod 8 samples of a processed line are neither read nor written.
-     *  @param[in]  rf      [lines][n] samples; those of the last line are not read
+     *  **The last line is never touched** and need not exist: lines 0 .. lines - 2 are processed, so lines <= 1 does nothing.
+     *  **There is no tail:** the last n mod 8 samples of a processed line are neither read nor written.
+     *  @param[in]  rf      [lines - 1][n] samples
      *  @param[in]  tableA  n entries (the last n mod 8 are not read), 16-byte aligned
      *  @param[in]  tableB  n entries, as tableA
-     *  @param[out] outA    [lines][n] samples: rf times tableA
-     *  @param[out] outB    [lines][n] samples: rf times tableB
-     *  @param[out] outC    [lines][n] samples: rf times tableC
-     *  @param[out] outD    [lines][n] samples: rf times tableD
+     *  @param[out] outA    [lines - 1][n] samples: rf times tableA; must not overlap an input
+     *  @param[out] outB    [lines - 1][n] samples: rf times tableB; must not overlap an input
+     *  @param[out] outC    [lines - 1][n] samples: rf times tableC; must not overlap an input
+     *  @param[out] outD    [lines - 1][n] samples: rf times tableD; must not overlap an input
      *  @param[in]  tableC  n entries, as tableA
      *  @param[in]  tableD  n entries, as tableA
      *  @param      lines   number of lines, one more than are processed
@@ -277,12 +279,14 @@ public:
     /** Envelope of lines for any filter length and decimation.
      *
      *  For output j of a line, with s = j * decimation: sI = sum of float(inI[s + k]) * h[k] and sQ likewise over
-     *  k = 0 .. taps - 1, strictly one after the other from 0, and out[j] = sqrt(sQ * sQ + sI * sI), correctly rounded.
+     *  k = 0 .. taps - 1, strictly one after the other from +0, and out[j] = sqrt(sQ * sQ + sI * sI): both squares and
+     *  their sum are rounded to single precision, then the root is correctly rounded. Squares that overflow give infinity.
      *  With taps that sum to 1 the output is in units of the inputs. There is no body and no tail; all outputs follow
-     *  the formula.
-     *  @param[in]  inI         lines of samples: (count - 1) * decimation + taps are read of each line, 0 if count <= 0
-     *  @param[in]  inQ         as inI; may equal inI
-     *  @param[out] out         lines of floats: count are written of each line, those up to outStride stay as they are
+     *  the formula. The method is the usual one: quadrature components, low-pass, magnitude.
+     *  @param[in]  inI         lines of (count - 1) * decimation + taps samples; none are read when count or taps is <= 0
+     *  @param[in]  inQ         as inI
+     *  @param[out] out         lines of floats: count are written of each line, those up to outStride stay as they are;
+     *                          must not overlap an input
      *  @param[in]  h           taps floats; h[0] meets the earliest sample
      *  @param      lines       number of lines; <= 0 does nothing
      *  @param      inStride    samples from one input line to the next, not negative
@@ -297,11 +301,13 @@ public:
     /** Envelope plus a filtered third signal (pulse inversion), for any filter length and decimation.
      *
      *  As EnvelopDetectGen(), with a third sum sC = sum of float(inC[s + k]) * h[k] in the same loop and
-     *  out[j] = sqrt(sQ * sQ + sI * sI) + sC. The third term keeps its sign: outputs may be negative.
-     *  @param[in]  inI         lines of samples: (count - 1) * decimation + taps are read of each line, 0 if count <= 0
+     *  out[j] = sqrt(sQ * sQ + sI * sI) + sC; the root is rounded before the addition. The third term keeps its sign:
+     *  outputs may be negative.
+     *  @param[in]  inI         lines of (count - 1) * decimation + taps samples; none are read when count or taps is <= 0
      *  @param[in]  inQ         as inI
-     *  @param[in]  inC         as inI; the third signal. The inputs may be equal
-     *  @param[out] out         lines of floats: count are written of each line, those up to outStride stay as they are
+     *  @param[in]  inC         as inI; the third signal
+     *  @param[out] out         lines of floats: count are written of each line, those up to outStride stay as they are;
+     *                          must not overlap an input
      *  @param[in]  h           taps floats; h[0] meets the earliest sample
      *  @param      lines       number of lines; <= 0 does nothing
      *  @param      inStride    samples from one input line to the next, not negative
@@ -314,7 +320,19 @@ public:
                                                   const float* h, int lines, int inStride, int outStride, int count, int taps,
                                                   int decimation);
 
-    /** The same operation as EnvelopDetectGenPI(), under the name that harmonic imaging uses; every bit is equal. */
+    /** The same operation as EnvelopDetectGenPI(), under the name that harmonic imaging uses; every bit is equal.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[in]  inC         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     *  @param      taps        as there
+     *  @param      decimation  as there
+     */
     static void UTILS_SSE_CALL EvelopDetectHarmGen(const short* inI, const short* inQ, const short* inC, float* out,
                                                    const float* h, int lines, int inStride, int outStride, int count, int taps,
                                                    int decimation);
@@ -354,7 +372,7 @@ public:
      *  @param[out] packed  4 n bytes
      *  @param[in]  red     n bytes
      *  @param[in]  green   n bytes
-     *  @param[in]  blue    n bytes; planes may be equal
+     *  @param[in]  blue    n bytes
      *  @param      n       number of pixels; block 16
      *  @param      fill    the fourth byte of every pixel
      */
