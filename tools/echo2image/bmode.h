@@ -3,6 +3,7 @@
 
 #include "recording.h"
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -26,12 +27,28 @@ private:
     std::vector<Stage> stages_;
 };
 
+// Adds the time of a scope to a stage; with null times it does nothing.
+class StageTimer
+{
+public:
+    StageTimer(StageTimes* times, const char* stage, std::int64_t lines);
+    ~StageTimer();
+    StageTimer(const StageTimer&) = delete;
+    StageTimer& operator=(const StageTimer&) = delete;
+
+private:
+    StageTimes* times_;
+    const char* stage_;
+    std::int64_t lines_;
+    std::chrono::steady_clock::time_point start_;
+};
+
 // What the low-pass of the detector looks like. Zero means: chosen from sampling rate and bandwidth.
 struct DetectorOptions
 {
-    int taps = 0;
-    int decimation = 0;
-    double bandwidth = 0; // Hz, two-sided
+    int taps = 0;         // odd
+    int decimation = 0;   // samples from one output to the next
+    double bandwidth = 0; // Hz, two-sided, -6 dB
 };
 
 // Envelope of one frame: [line][sample] in units of the recording's samples.
@@ -44,7 +61,7 @@ struct EnvelopeFrame
     std::vector<float> values;
 };
 
-// A detector for one recording: designs taps and carrier tables once, then turns frames into envelopes.
+// A detector for one recording: designs the taps once, then turns frames into envelopes.
 class EnvelopeDetector
 {
 public:
@@ -54,16 +71,30 @@ public:
 
     int taps() const { return static_cast<int>(taps_.size()); }
     int decimation() const { return decimation_; }
+    double bandwidth() const { return bandwidth_; } // Hz; 0 for I/Q, which are not filtered
+    std::int64_t samples() const;                   // per line of an envelope
+    double sample_spacing() const { return description_.sample_spacing * decimation_; }
 
 private:
+    void detect_rf(const std::vector<std::int16_t>& frame, EnvelopeFrame& envelope, StageTimes* times) const;
+    void detect_iq(const std::vector<std::int16_t>& frame, EnvelopeFrame& envelope, StageTimes* times) const;
+
     Description description_;
-    std::vector<float> taps_;
+    std::vector<float> taps_; // sum 2: mixing halves the amplitude
     int decimation_ = 1;
     double bandwidth_ = 0;
+    int padded_ = 0;                              // RF: samples of a line with silence around it, whole blocks of 8
+    std::shared_ptr<const std::int16_t> carrier_; // RF: padded_ entries of the cosine, then padded_ of the negative sine
 };
 
+// Range of --dynamic-range: the curve's table has 15 bits, and 20 log10(32767) is 90.3.
+constexpr double least_dynamic_range = 1;
+constexpr double greatest_dynamic_range = 90;
+void check_dynamic_range(double dynamic_range); // throws BadInput
+
 // 8-bit lines: 0 is dynamic_range dB (or more) below the reference, 255 the reference (or more). Rounding is stated in
-// docs/echo2image.md. Uses FScaleArray and FloatToByte with a table.
+// docs/echo2image.md. Uses FScaleArray and FloatToByte with a table. Throws BadInput for a reference that is not positive
+// and finite and a dynamic range outside the limits above.
 std::vector<std::uint8_t> compress(const EnvelopeFrame& envelope, float reference, double dynamic_range,
                                    StageTimes* times = nullptr);
 
@@ -76,7 +107,7 @@ struct GreyImage
 };
 
 // Scan conversion: the lookup is computed once per geometry and holds integers only, so a picture has the same bytes on
-// every machine.
+// every machine. A line owns the space half-way to its neighbours, a sample likewise; what no line owns is black.
 class ScanConverter
 {
 public:
@@ -84,9 +115,13 @@ public:
     // width is the picture's width in pixels, 0 for a fitting one.
     ScanConverter(const Geometry& geometry, std::int64_t lines, std::int64_t samples, double sample_spacing,
                   double first_sample_offset, int width); // throws BadInput
+    // `lines` is [line][sample]; for pictures [row][column].
     GreyImage convert(const std::vector<std::uint8_t>& lines, StageTimes* times = nullptr) const;
-    // Pixel (column, row), with fractions, of a point in metres: lateral position and depth. For checks against truth.
+    // Pixel (column, row) of a point in metres, lateral position and depth; whole numbers are middles of pixels. Depth
+    // counts from the surface; of a sector from its apex, of a curved array from the first sample straight ahead.
     void pixel_of(double lateral, double depth, double& column, double& row) const;
+    int width() const { return width_; }
+    bool size_known() const { return size_known_; } // whether a pixel's size in metres is known
 
 private:
     struct Entry
@@ -94,14 +129,39 @@ private:
         std::uint32_t line;   // Q16 line index
         std::uint32_t sample; // Q16 sample index; line and sample are all ones outside the field of view
     };
+    void choose_grid(double left, double right, double top, double bottom, double natural_pixel, int width);
+    void prepare_parallel(const Geometry& geometry, double sample_spacing, double first_sample_offset, int width);
+    void prepare_fan(const Geometry& geometry, double sample_spacing, double first_sample_offset, int width);
+    void look_up_row(int row, Entry* entries) const;
+
     std::int64_t lines_ = 0;
     std::int64_t samples_ = 0;
+    std::size_t line_stride_ = 0;
+    std::size_t sample_stride_ = 1;
     int width_ = 0;
     int height_ = 0;
     double pixel_size_ = 0;
+    bool size_known_ = true;
     double left_ = 0; // metres at the left edge of column 0
     double top_ = 0;  // metres at the upper edge of row 0
+
+    // Parallel lines: the line index is column_line_[column] - row_line_[row], the sample index row_sample_[row]; all Q16.
+    std::vector<std::int64_t> column_line_;
+    std::vector<std::int64_t> row_line_;
+    std::vector<std::int64_t> row_sample_;
+
+    // Fans: every pixel has its own entry, kept while the picture is not too large and computed row by row otherwise.
+    bool fan_ = false;
+    double first_angle_ = 0;
+    double angle_step_ = 0;
+    double first_radius_ = 0;
+    double radius_step_ = 0;
+    double depth_zero_ = 0; // metres from the apex to depth 0
     std::vector<Entry> lookup_;
 };
+
+// Adds a black margin with a millimetre scale at the left (depth) and the bottom (lateral position). Throws BadInput when
+// the size of a pixel is unknown.
+GreyImage with_scale(const GreyImage& image, const ScanConverter& converter);
 
 } // namespace echo2image

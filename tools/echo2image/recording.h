@@ -65,17 +65,27 @@ struct Description
     std::int64_t samples = 0; // samples of a line that hold echoes; pictures: rows
     std::int64_t firings = 1; // of an ensemble; frames are then taken from firing 0
 
-    double sampling_frequency = 0;     // Hz; 0 when it has no meaning (pictures) or only sample_spacing is known
-    double center_frequency = 0;       // Hz of the echoes; 0 when unknown
-    double demodulation_frequency = 0; // Hz that I/Q data were mixed with; 0 when unknown
-    double bandwidth = 0;              // Hz, two-sided, -6 dB; 0 when unknown
-    double sound_speed = 1540;         // m/s
-    double sample_spacing = 0;         // metres along the line from sample to sample
-    double offset = 0;                 // of RF samples: the value that means silence
-    double frame_rate = 0;             // Hz; 0 when unknown
-    double dynamic_range = 0;          // dB from black to white of bmode recordings; 0 when unknown
+    double sampling_frequency = 0;         // Hz; 0 when it has no meaning (pictures) or only sample_spacing is known
+    double center_frequency = 0;           // Hz of the echoes; 0 when unknown
+    double demodulation_frequency = 0;     // Hz that I/Q data were mixed with; 0 when unknown
+    double bandwidth = 0;                  // Hz, two-sided, -6 dB; 0 when unknown
+    double sound_speed = 1540;             // m/s
+    double sample_spacing = 0;             // metres along the line from sample to sample
+    double offset = 0;                     // of RF samples: the value that means silence
+    double frame_rate = 0;                 // Hz; 0 when unknown
+    double pulse_repetition_frequency = 0; // Hz, from firing to firing of an ensemble; 0 when unknown
+    double dynamic_range = 0;              // dB from black to white of bmode recordings; 0 when unknown
+    bool geometry_known = true;            // false only after opening with Need::layout
     Geometry geometry;
-    std::string title; // free text; may be empty
+    std::vector<std::int64_t> dead_lines; // lines without echoes, in rising order; handed out as silence
+    std::string title;                    // free text; may be empty
+};
+
+// What a recording must state to be opened.
+enum class Need
+{
+    picture, // all that a picture takes: the geometry, and the distance between samples unless it is a picture already
+    layout,  // where the samples are and what they are; unknown physics are left at 0, geometry_known says the rest
 };
 
 // An opened recording. Frames are read when asked for; nothing but the frame asked for is kept in memory.
@@ -83,9 +93,14 @@ class Recording
 {
 public:
     // Opens a YAML description (.yml, .yaml), a NumPy file (.npy; with a description of the same name beside it) or a
-    // MetaImage (.mha, .mhd). Throws BadInput.
-    static Recording open(const std::filesystem::path& file);
+    // MetaImage (.mha, .mhd; with or without one). A data file that a description names is looked up in `data_folder`;
+    // when that is empty, beside the description and then in the folder that the environment variable UTILS_SSE_DATA
+    // names. Throws BadInput. The formats are described in docs/recordings.md.
+    static Recording open(const std::filesystem::path& file, const std::filesystem::path& data_folder = {},
+                          Need need = Need::picture);
 
+    // For a description made by a program: axes, shape, type and header_bytes say where the samples are; frames, lines and
+    // firings follow from them, and so does samples when it is 0. Throws BadInput.
     explicit Recording(Description description);
     Recording(Recording&&) noexcept;
     Recording& operator=(Recording&&) noexcept;
@@ -99,7 +114,8 @@ public:
     // Frame as [line][sample], for pictures as [row][column].
     std::vector<std::uint8_t> read_frame_u8(std::int64_t frame) const;
 
-    // SHA-256 of the data file (and of its description's text, when it has one), as 64 hex digits.
+    // SHA-256, as 64 hex digits, of the data file followed by the texts that say how to read it: the header of a MetaImage
+    // in two files, then the description.
     std::string digest() const;
 
 private:

@@ -1,5 +1,6 @@
 // The built-in scanner: a seeded phantom of point scatterers with wires and cysts, and the RF lines that a linear array
-// would record from it. Its truth is known, so pictures of it can be checked.
+// would record from it. Its truth is known, so pictures of it can be checked. A seed gives the same samples on every
+// machine.
 #pragma once
 
 #include "recording.h"
@@ -31,11 +32,20 @@ struct Phantom
     double speckle_bottom;
 };
 
+// Width at half height of the correlation of speckle intensity, in metres, in the middle of the speckle stretch. It
+// follows from beam and pulse alone.
+struct SpeckleSize
+{
+    double lateral;
+    double axial;
+};
+
 struct SyntheticFrame
 {
     Description description;      // as if read from a file; source names the seed
     std::vector<std::int16_t> rf; // [line][sample]
     Phantom truth;
+    SpeckleSize speckle_size;
 };
 
 SyntheticFrame synthesise(std::uint32_t seed);

@@ -1,0 +1,125 @@
+// Small domains in full, and floats by a prime step through all their bit patterns, against the plain loops.
+#include "utils_sse.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#define PLAIN_LIBRARY plain_exhaustive
+#include "plain/plain.h"
+
+namespace {
+
+using Plain = plain_exhaustive;
+using Bytes = std::vector<unsigned char>;
+
+std::vector<float> floats_of_all_kinds()
+{
+    constexpr std::uint64_t step = 4093;
+    std::vector<float> values;
+    for (std::uint64_t bits = 1; bits < (std::uint64_t{1} << 32); bits += step) {
+        const auto pattern = static_cast<std::uint32_t>(bits);
+        float value = 0;
+        std::memcpy(&value, &pattern, sizeof value);
+        values.push_back(value);
+    }
+    return values;
+}
+
+// Converts all values in calls of `run` elements: of whole blocks to see the body, of fewer to see the tail.
+template <class Out, class Convert>
+std::vector<Out> in_runs(const std::vector<float>& values, std::size_t run, Convert convert)
+{
+    std::vector<Out> result(values.size());
+    for (std::size_t i = 0; i < values.size(); i += run)
+        convert(result.data() + i, values.data() + i, static_cast<int>(std::min(run, values.size() - i)));
+    return result;
+}
+
+template <class Out, class Convert, class Meaning>
+void expect_equal(const std::vector<float>& values, std::size_t run, Convert convert, Meaning meaning)
+{
+    const std::vector<Out> found = in_runs<Out>(values, run, convert);
+    const std::vector<Out> expected = in_runs<Out>(values, run, meaning);
+    for (std::size_t i = 0; i < values.size(); ++i)
+        ASSERT_EQ(found[i], expected[i]) << "for " << values[i] << " in runs of " << run;
+}
+
+TEST(Exhaustive, FloatsToIntegers)
+{
+    const std::vector<float> values = floats_of_all_kinds();
+    const std::vector<float> ones(4096, 1.0f);
+    for (const std::size_t run : {4096u, 3u})
+        expect_equal<int>(
+            values, run, [&](int* dst, const float* src, int n) { CUtils_SSE::ApplyGain(src, ones.data(), dst, n); },
+            [&](int* dst, const float* src, int n) { Plain::ApplyGain(src, ones.data(), dst, n); });
+    Bytes low(65536);
+    Bytes high(65536);
+    for (std::size_t i = 0; i < 65536; ++i) {
+        low[i] = static_cast<unsigned char>(i);
+        high[i] = static_cast<unsigned char>(i >> 8);
+    }
+    for (const std::size_t run : {4096u, 15u}) {
+        expect_equal<unsigned char>(
+            values, run, [](unsigned char* dst, const float* src, int n) { CUtils_SSE::FloatToByte(dst, src, 1.0f, n); },
+            [](unsigned char* dst, const float* src, int n) { Plain::FloatToByte(dst, src, 1.0f, n); });
+        for (const Bytes* table : {&low, &high})
+            expect_equal<unsigned char>(
+                values, run,
+                [&](unsigned char* dst, const float* src, int n) { CUtils_SSE::FloatToByte(dst, src, table->data(), n); },
+                [&](unsigned char* dst, const float* src, int n) { Plain::FloatToByte(dst, src, table->data(), n); });
+    }
+}
+
+TEST(Exhaustive, SamplesTimesTables)
+{
+    constexpr std::size_t n = 65536;
+    std::vector<short> rf(n);
+    for (std::size_t i = 0; i < n; ++i)
+        rf[i] = static_cast<short>(static_cast<int>(i) - 32768);
+    std::vector<short> room(n + 8);
+    short* const table = room.data() + (16 - reinterpret_cast<std::uintptr_t>(room.data()) % 16) % 16 / sizeof(short);
+    std::vector<short> q15[4];
+    std::vector<float> floats[4];
+    for (int i = 0; i < 4; ++i) {
+        q15[i].resize(n);
+        floats[i].resize(n);
+    }
+    for (const int entry : {-32768, -32767, -32766, -23170, -16384, -12345, -257, -256,  -255,  -3,    -2,    -1,    0,
+                            1,      2,      3,      127,    255,    256,    8191, 16383, 16384, 23170, 31234, 32766, 32767}) {
+        std::fill(table, table + n, static_cast<short>(entry));
+        CUtils_SSE::DemodulateNew(rf.data(), q15[0].data(), q15[1].data(), table, table, 1, n);
+        Plain::DemodulateNew(rf.data(), q15[2].data(), q15[3].data(), table, table, 1, n);
+        EXPECT_EQ(q15[0], q15[2]) << entry;
+        EXPECT_EQ(q15[1], q15[3]) << entry;
+        CUtils_SSE::Demodulate(rf.data(), table, table, floats[0].data(), floats[1].data(), n);
+        Plain::Demodulate(rf.data(), table, table, floats[2].data(), floats[3].data(), n);
+        EXPECT_EQ(floats[0], floats[2]) << entry;
+        EXPECT_EQ(floats[1], floats[3]) << entry;
+    }
+}
+
+TEST(Exhaustive, EveryGreyLevelAndFillComesBack)
+{
+    Bytes grey(256 + 5);
+    for (std::size_t i = 0; i < grey.size(); ++i)
+        grey[i] = static_cast<unsigned char>(i);
+    const int n = static_cast<int>(grey.size());
+    for (int fill = 0; fill < 256; ++fill) {
+        Bytes packed(4 * grey.size());
+        Bytes back(grey.size());
+        CUtils_SSE::BWToColour(packed.data(), grey.data(), n, static_cast<unsigned char>(fill));
+        for (std::size_t i = 0; i < grey.size(); ++i)
+            ASSERT_EQ(packed[4 * i + 3], fill) << "pixel " << i;
+        CUtils_SSE::ColourToBW(back.data(), packed.data(), n);
+        ASSERT_EQ(back, grey);
+        Bytes red(grey.size()), green(grey.size()), blue(grey.size()), again(packed.size());
+        CUtils_SSE::ColourToRGB(red.data(), green.data(), blue.data(), packed.data(), n);
+        CUtils_SSE::RGBToColour(again.data(), red.data(), green.data(), blue.data(), n, static_cast<unsigned char>(fill));
+        ASSERT_EQ(again, packed);
+    }
+}
+
+} // namespace

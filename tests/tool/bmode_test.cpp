@@ -1,0 +1,494 @@
+// The B-mode chain: envelopes, grey values, geometry of pictures; on made-up echoes and on recordings with known figures.
+#include "bad_input.h"
+#include "bmode.h"
+#include "filter_design.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <random>
+#include <string>
+
+using namespace echo2image;
+
+namespace {
+
+constexpr double pi = 3.14159265358979323846;
+
+Description rf_description(std::int64_t lines, std::int64_t samples)
+{
+    Description d;
+    d.source = "made up";
+    d.content = Content::rf;
+    d.lines = lines;
+    d.samples = samples;
+    d.sampling_frequency = 40e6;
+    d.center_frequency = 5e6;
+    d.bandwidth = 3e6;
+    d.sample_spacing = 1540 / (2 * 40e6);
+    d.geometry.line_pitch = 0.3e-3;
+    return d;
+}
+
+// A tone at the center frequency under a bell around sample `middle`.
+void add_burst(std::vector<std::int16_t>& line, double amplitude, double middle, double sigma)
+{
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const double t = static_cast<double>(i) - middle;
+        const double echo = amplitude * std::exp(-t * t / (2 * sigma * sigma)) * std::cos(2 * pi * t / 8 + 0.7);
+        line[i] = static_cast<std::int16_t>(line[i] + std::lround(echo));
+    }
+}
+
+TEST(Envelope, FindsBurstsWhereTheyAre)
+{
+    struct Case
+    {
+        double amplitude;
+        double offset;
+        DetectorOptions options;
+    };
+    const Case cases[] = {{20000, 0, {}},         {20000, 0, {31, 1, 2e6}}, {300, 55.02, {0, 3, 0}},
+                          {12, -2.6, {41, 2, 0}}, {32767, 0, {0, 7, 4e6}},  {30000, -2000, {63, 0, 2e6}}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE("amplitude " + std::to_string(c.amplitude));
+        Description d = rf_description(2, 1003);
+        d.offset = c.offset;
+        const auto silence = static_cast<std::int16_t>(std::lround(c.offset));
+        std::vector<std::int16_t> line(1003, silence);
+        const double middle = 611.3;
+        add_burst(line, c.amplitude, middle, 40); // narrow enough in frequency for every filter above
+        std::vector<std::int16_t> frame(1003, silence);
+        frame.insert(frame.end(), line.begin(), line.end());
+
+        const EnvelopeDetector detector(d, c.options);
+        const EnvelopeFrame envelope = detector.detect(frame);
+        ASSERT_EQ(envelope.samples, (1003 + detector.decimation() - 1) / detector.decimation());
+        EXPECT_DOUBLE_EQ(envelope.sample_spacing, d.sample_spacing * detector.decimation());
+        EXPECT_EQ(envelope.first_sample_offset, 0);
+        double sum = 0;
+        double moment = 0;
+        double largest = 0;
+        for (std::int64_t s = 0; s < envelope.samples; ++s) {
+            ASSERT_EQ(envelope.values[static_cast<std::size_t>(s)], 0) << "the silent line, sample " << s;
+            const double value = envelope.values[static_cast<std::size_t>(envelope.samples + s)];
+            largest = std::max(largest, value);
+            sum += value;
+            moment += value * static_cast<double>(s * detector.decimation());
+        }
+        EXPECT_NEAR(largest, c.amplitude, 0.02 * c.amplitude + 0.3);
+        EXPECT_NEAR(moment / sum, middle, 0.5);
+    }
+}
+
+TEST(Envelope, KeepsWeakEchoes)
+{
+    // A tone of a few counts: its samples are whole numbers, and the first harmonic of their period is the truth. Rounding
+    // behind the mixer, without raising the echoes before, would be wrong by half a count.
+    for (const int amplitude : {1, 2, 4, 9}) {
+        Description d = rf_description(1, 800);
+        std::vector<std::int16_t> frame(800);
+        double cosine = 0;
+        double sine = 0;
+        for (std::size_t i = 0; i < frame.size(); ++i) {
+            frame[i] = static_cast<std::int16_t>(std::lround(amplitude * std::cos(2 * pi * static_cast<double>(i) / 8)));
+            cosine += frame[i] * std::cos(2 * pi * static_cast<double>(i) / 8) / 400;
+            sine += frame[i] * std::sin(2 * pi * static_cast<double>(i) / 8) / 400;
+        }
+        const EnvelopeFrame envelope = EnvelopeDetector(d, {}).detect(frame);
+        const double truth = std::hypot(cosine, sine);
+        for (std::size_t s = envelope.values.size() / 4; s < envelope.values.size() * 3 / 4; ++s)
+            ASSERT_NEAR(envelope.values[s], truth, 0.01 * truth) << "amplitude " << amplitude << ", sample " << s;
+    }
+}
+
+TEST(Envelope, TreatsEveryLineAlikeAndToItsEnds)
+{
+    // Enough lines for several blocks of work; the first and the last samples of every line sound.
+    const std::int64_t lines = 150;
+    const std::int64_t samples = 1201;
+    std::vector<std::int16_t> line(static_cast<std::size_t>(samples));
+    add_burst(line, 9000, 0, 30);
+    add_burst(line, 5000, 1200, 30);
+    std::vector<std::int16_t> frame;
+    for (std::int64_t l = 0; l < lines; ++l)
+        frame.insert(frame.end(), line.begin(), line.end());
+    const EnvelopeFrame envelope = EnvelopeDetector(rf_description(lines, samples), {0, 5, 0}).detect(frame);
+    ASSERT_EQ(envelope.samples, 241);
+    for (std::int64_t l = 1; l < lines; ++l)
+        ASSERT_TRUE(std::equal(envelope.values.begin(), envelope.values.begin() + 241, envelope.values.begin() + l * 241))
+            << "line " << l;
+    // Half the filter lies beyond the line's end.
+    EXPECT_GT(envelope.values[0], 0.4 * 9000);
+    EXPECT_GT(envelope.values[240], 0.4 * 5000);
+    EXPECT_LT(envelope.values[120], 1);
+}
+
+TEST(Envelope, OfQuadratureSamplesIsTheirMagnitude)
+{
+    Description d = rf_description(37, 1001);
+    d.content = Content::iq;
+    d.sampling_frequency = 0;
+    d.center_frequency = 0;
+    std::mt19937 generator(3);
+    std::vector<std::int16_t> frame(37 * 1001 * 2);
+    for (std::int16_t& value : frame)
+        value = static_cast<std::int16_t>(static_cast<int>(generator() % 65536) - 32768);
+    for (const int decimation : {1, 3}) {
+        const EnvelopeFrame envelope = EnvelopeDetector(d, {0, decimation, 0}).detect(frame);
+        ASSERT_EQ(envelope.samples, (1001 + decimation - 1) / decimation);
+        for (std::int64_t l = 0; l < 37; ++l)
+            for (std::int64_t s = 0; s < envelope.samples; ++s) {
+                const std::size_t pair = static_cast<std::size_t>(2 * (l * 1001 + s * decimation));
+                const double truth = std::hypot(static_cast<double>(frame[pair]), static_cast<double>(frame[pair + 1]));
+                ASSERT_NEAR(envelope.values[static_cast<std::size_t>(l * envelope.samples + s)], truth, 1e-6 * truth);
+            }
+    }
+}
+
+TEST(Envelope, FilterPassesItsBandOnly)
+{
+    const std::vector<float> taps = design_low_pass(41, 0.05, 2);
+    const auto response = [&](double frequency) { // cycles per sample; the taps are symmetric
+        double sum = 0;
+        for (int k = 0; k < 41; ++k)
+            sum += taps[static_cast<std::size_t>(k)] * std::cos(2 * pi * frequency * (k - 20));
+        return sum;
+    };
+    EXPECT_TRUE(std::equal(taps.begin(), taps.end(), taps.rbegin()));
+    EXPECT_NEAR(response(0), 2, 1e-6);
+    EXPECT_NEAR(response(0.05), 1, 0.01);
+    for (double frequency = 0.1; frequency <= 0.5; frequency += 0.003)
+        EXPECT_LT(std::fabs(response(frequency)), 2 * 0.0035) << frequency;
+}
+
+template <class Action>
+std::string complaint(const Action& action)
+{
+    try {
+        action();
+    } catch (const BadInput& error) {
+        return error.what();
+    }
+    return "no complaint";
+}
+
+TEST(Envelope, TurnsDownWhatItCannotDo)
+{
+    struct Case
+    {
+        std::function<void(Description&)> spoil;
+        DetectorOptions options;
+        const char* complaint;
+    };
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    const auto nothing = [](Description&) {};
+    const Case cases[] = {
+        {[](Description& d) { d.sampling_frequency = 0; }, {}, "sampling_frequency"},
+        {[](Description& d) { d.center_frequency = 0; }, {}, "--center-frequency"},
+        {[](Description& d) { d.center_frequency = nan; }, {}, "--center-frequency"},
+        {[](Description& d) { d.center_frequency = 20e6; }, {}, "mixing image"}, // half the sampling rate
+        {[](Description& d) { d.offset = 1e6; }, {}, "offset"},
+        {[](Description& d) { d.content = Content::bmode; }, {}, "grey"},
+        {[](Description& d) { d.content = Content::iq; }, {15, 0, 0}, "--taps"},
+        {[](Description& d) { d.samples = 0; }, {}, "samples"},
+        {nothing, {4, 0, 0}, "odd"},
+        {nothing, {-3, 0, 0}, "odd"},
+        {nothing, {0, 101, 0}, "--decimation"},
+        {nothing, {0, -1, 0}, "--decimation"},
+        {nothing, {0, 0, 8e6}, "bandwidth"},
+        {nothing, {0, 0, nan}, "bandwidth"},
+        {nothing, {0, 0, -1}, "bandwidth"},
+    };
+    for (const Case& c : cases) {
+        Description d = rf_description(2, 100);
+        c.spoil(d);
+        const std::string text = complaint([&] { EnvelopeDetector(d, c.options); });
+        EXPECT_NE(text.find(c.complaint), std::string::npos) << text << "; expected: " << c.complaint;
+        EXPECT_EQ(text.find('\n'), std::string::npos);
+    }
+    const EnvelopeDetector detector(rf_description(2, 100), {});
+    EXPECT_NE(complaint([&] { detector.detect(std::vector<std::int16_t>(199)); }).find("200"), std::string::npos);
+}
+
+TEST(Compression, FollowsTheCurve)
+{
+    struct Case
+    {
+        float envelope; // the reference is 1000
+        double dynamic_range;
+        int grey;
+    };
+    const Case cases[] = {{1000, 60, 255}, {500, 60, 229}, {100, 60, 170}, {31.6228F, 60, 127}, {10, 60, 85},
+                          {1.1F, 60, 3},   {0.98F, 60, 0}, {0, 60, 0},     {2000, 60, 255},     {3e38F, 60, 255},
+                          {100, 40, 128},  {10, 40, 0},    {500, 10, 101}, {1, 90, 85},         {0.06F, 90, 16}};
+    // Every place in a line, so that no length of line meets another rounding.
+    for (const Case& c : cases)
+        for (std::int64_t samples = 1; samples <= 35; ++samples) {
+            EnvelopeFrame envelope;
+            envelope.lines = 3;
+            envelope.samples = samples;
+            envelope.values.assign(static_cast<std::size_t>(3 * samples), c.envelope);
+            const std::vector<std::uint8_t> grey = compress(envelope, 1000, c.dynamic_range);
+            ASSERT_EQ(grey.size(), envelope.values.size());
+            for (const std::uint8_t value : grey)
+                ASSERT_EQ(int{value}, c.grey) << c.envelope << " at " << c.dynamic_range << " dB, " << samples << " samples";
+        }
+    const EnvelopeFrame empty;
+    for (const float reference : {0.0F, -1.0F, std::numeric_limits<float>::infinity(), std::nanf("")})
+        EXPECT_THROW(compress(empty, reference, 60), BadInput);
+    for (const double range : {0.0, 0.99, 91.0, std::nan("")})
+        EXPECT_THROW(compress(empty, 1, range), BadInput);
+}
+
+struct View
+{
+    const char* name;
+    Geometry geometry;
+    std::int64_t lines;
+    std::int64_t samples;
+    double spacing;
+    double offset;
+    double area; // of the field of view, in square metres
+};
+
+Geometry parallel(double first, double pitch, double start, double steering)
+{
+    Geometry g;
+    g.kind = steering != 0 ? Geometry::Kind::steered : Geometry::Kind::linear;
+    g.first_line = first;
+    g.line_pitch = pitch;
+    g.start_depth = start;
+    g.steering = steering;
+    return g;
+}
+
+Geometry fan(Geometry::Kind kind, double first, double step, double radius)
+{
+    Geometry g;
+    g.kind = kind;
+    g.first_angle = first;
+    g.angle_step = step;
+    g.apex_radius = radius;
+    return g;
+}
+
+// All of the geometries, some mirrored, some lopsided.
+std::vector<View> views()
+{
+    using Kind = Geometry::Kind;
+    const double degree = pi / 180;
+    const auto ring = [](double angle, double near, double far) { return 0.5 * angle * (far * far - near * near); };
+    return {
+        {"linear", parallel(-15e-3, 0.3e-3, 10e-3, 0), 101, 401, 0.1e-3, 0.2e-3, 101 * 0.3e-3 * 401 * 0.1e-3},
+        {"linear, right to left", parallel(12e-3, -0.25e-3, 0, 0), 80, 300, 0.1e-3, 0, 80 * 0.25e-3 * 300 * 0.1e-3},
+        {"steered", parallel(-10e-3, 0.3e-3, 5e-3, 15 * degree), 64, 500, 0.05e-3, 0,
+         64 * 0.3e-3 * 500 * 0.05e-3 * std::cos(15 * degree)},
+        {"steered to the left", parallel(-10e-3, 0.3e-3, 5e-3, -20 * degree), 64, 500, 0.05e-3, 0,
+         64 * 0.3e-3 * 500 * 0.05e-3 * std::cos(20 * degree)},
+        {"sector", fan(Kind::sector, -45 * degree, degree, 0), 91, 600, 0.2e-3, 0, ring(91 * degree, 0, 599.5 * 0.2e-3)},
+        {"sector, lopsided", fan(Kind::sector, -10 * degree, degree, 20e-3), 131, 300, 0.2e-3, 0.4e-3,
+         ring(131 * degree, 20.3e-3, 20.3e-3 + 300 * 0.2e-3)},
+        {"curved", fan(Kind::curved, -30 * degree, 0.5 * degree, 40e-3), 121, 500, 0.2e-3, 0,
+         ring(60.5 * degree, 39.9e-3, 39.9e-3 + 500 * 0.2e-3)},
+        {"curved, right to left", fan(Kind::curved, 60 * degree, -degree, 10e-3), 121, 400, 0.1e-3, 0,
+         ring(121 * degree, 9.95e-3, 9.95e-3 + 400 * 0.1e-3)},
+    };
+}
+
+// Where a sample lies: lateral position and depth, straight from the meaning of the geometry.
+std::pair<double, double> place_of(const View& view, double line, double sample)
+{
+    const Geometry& g = view.geometry;
+    const double along = view.offset + sample * view.spacing;
+    if (g.kind == Geometry::Kind::linear || g.kind == Geometry::Kind::steered) {
+        const double range = g.start_depth + along;
+        return {g.first_line + line * g.line_pitch + range * std::sin(g.steering), range * std::cos(g.steering)};
+    }
+    const double angle = g.first_angle + line * g.angle_step;
+    const double radius = g.apex_radius + along;
+    return {radius * std::sin(angle), radius * std::cos(angle) - (g.kind == Geometry::Kind::curved ? g.apex_radius : 0)};
+}
+
+TEST(ScanConversion, PutsSamplesWhereTheyBelong)
+{
+    for (const View& view : views()) {
+        SCOPED_TRACE(view.name);
+        const ScanConverter converter(view.geometry, view.lines, view.samples, view.spacing, view.offset, 700);
+        for (const std::int64_t line : {view.lines / 5, view.lines / 2, view.lines - 2})
+            for (const std::int64_t sample : {view.samples / 3, view.samples - 3}) {
+                std::vector<std::uint8_t> lines(static_cast<std::size_t>(view.lines * view.samples), 0);
+                lines[static_cast<std::size_t>(line * view.samples + sample)] = 255;
+                const GreyImage image = converter.convert(lines);
+                const auto [lateral, depth] = place_of(view, static_cast<double>(line), static_cast<double>(sample));
+                double column = 0;
+                double row = 0;
+                converter.pixel_of(lateral, depth, column, row);
+                double sum = 0;
+                double right = 0;
+                double down = 0;
+                for (int y = 0; y < image.height; ++y)
+                    for (int x = 0; x < image.width; ++x) {
+                        const double grey = image.pixels[static_cast<std::size_t>(y * image.width + x)];
+                        sum += grey;
+                        right += grey * x;
+                        down += grey * y;
+                    }
+                ASSERT_GT(sum, 0) << line << ", " << sample;
+                EXPECT_NEAR(right / sum, column, 0.6) << line << ", " << sample;
+                EXPECT_NEAR(down / sum, row, 0.6) << line << ", " << sample;
+            }
+    }
+}
+
+TEST(ScanConversion, FillsItsFieldOfViewAndNothingElse)
+{
+    for (const View& view : views())
+        for (const int width : {0, 300, 1500}) {
+            SCOPED_TRACE(view.name + std::string(", width ") + std::to_string(width));
+            const ScanConverter converter(view.geometry, view.lines, view.samples, view.spacing, view.offset, width);
+            const GreyImage image =
+                converter.convert(std::vector<std::uint8_t>(static_cast<std::size_t>(view.lines * view.samples), 255));
+            EXPECT_TRUE(width == 0 || image.width == width) << image.width;
+            const auto white = std::count(image.pixels.begin(), image.pixels.end(), 255);
+            const auto black = std::count(image.pixels.begin(), image.pixels.end(), 0);
+            EXPECT_EQ(white + black, static_cast<std::ptrdiff_t>(image.pixels.size()));
+            EXPECT_NEAR(static_cast<double>(white) * image.pixel_size * image.pixel_size, view.area, 0.01 * view.area);
+            // No empty row or column at any edge.
+            const auto grey = [&](int x, int y) { return image.pixels[static_cast<std::size_t>(y * image.width + x)]; };
+            int edges[4] = {0, 0, 0, 0};
+            for (int x = 0; x < image.width; ++x) {
+                edges[0] += grey(x, 1);
+                edges[1] += grey(x, image.height - 2);
+            }
+            for (int y = 0; y < image.height; ++y) {
+                edges[2] += grey(1, y);
+                edges[3] += grey(image.width - 2, y);
+            }
+            EXPECT_GT(*std::min_element(edges, edges + 4), 0);
+        }
+}
+
+TEST(ScanConversion, InterpolatesExactly)
+{
+    // Grey values that rise by 1 per line and by 2 per sample; pixels in the middle of a quarter of four samples.
+    const std::int64_t lines = 16;
+    const std::int64_t samples = 16;
+    std::vector<std::uint8_t> ramp;
+    for (int l = 0; l < lines; ++l)
+        for (int s = 0; s < samples; ++s)
+            ramp.push_back(static_cast<std::uint8_t>(10 + l + 2 * s));
+    const ScanConverter converter(parallel(0, 1e-3, 0, 0), lines, samples, 1e-3, 0, 64);
+    const GreyImage image = converter.convert(ramp);
+    ASSERT_EQ(image.width, 64);
+    ASSERT_EQ(image.height, 64);
+    for (int y = 0; y < 64; ++y)
+        for (int x = 0; x < 64; ++x) {
+            const double line = std::clamp((x + 0.5) / 4 - 0.5, 0.0, 15.0);
+            const double sample = std::clamp((y + 0.5) / 4 - 0.5, 0.0, 15.0);
+            ASSERT_EQ(image.pixels[static_cast<std::size_t>(64 * y + x)], std::floor(10 + line + 2 * sample + 0.5))
+                << x << ", " << y;
+        }
+}
+
+TEST(ScanConversion, LeavesPicturesAsTheyAre)
+{
+    Geometry g;
+    g.kind = Geometry::Kind::picture;
+    const std::int64_t columns = 57;
+    const std::int64_t rows = 33;
+    std::vector<std::uint8_t> picture(static_cast<std::size_t>(columns * rows));
+    std::mt19937 generator(1);
+    for (std::uint8_t& pixel : picture)
+        pixel = static_cast<std::uint8_t>(generator());
+    for (const double spacing : {0.0, 0.1e-3}) {
+        g.column_spacing = g.row_spacing = spacing;
+        const GreyImage image = ScanConverter(g, columns, rows, 0, 0, 0).convert(picture);
+        EXPECT_EQ(image.width, columns);
+        EXPECT_EQ(image.height, rows);
+        EXPECT_EQ(image.pixels, picture);
+        EXPECT_DOUBLE_EQ(image.pixel_size, spacing);
+    }
+    g.row_spacing = 0.3e-3;
+    const GreyImage tall = ScanConverter(g, columns, rows, 0, 0, 0).convert(picture);
+    EXPECT_EQ(tall.width, columns);
+    ASSERT_EQ(tall.height, 3 * rows);
+    for (int row = 0; row < rows; ++row) // the middle of three rows is the row itself
+        EXPECT_TRUE(std::equal(picture.begin() + row * columns, picture.begin() + (row + 1) * columns,
+                               tall.pixels.begin() + (3 * row + 1) * columns));
+}
+
+TEST(ScanConversion, GivesTheSamePixelsOnEveryMachine)
+{
+    std::uint64_t digest = 0xcbf29ce484222325; // FNV-1a over all pictures
+    for (const View& view : views()) {
+        std::vector<std::uint8_t> lines(static_cast<std::size_t>(view.lines * view.samples));
+        std::mt19937 generator(1);
+        for (std::uint8_t& value : lines)
+            value = static_cast<std::uint8_t>(generator());
+        const ScanConverter converter(view.geometry, view.lines, view.samples, view.spacing, view.offset, 0);
+        for (const std::uint8_t pixel : with_scale(converter.convert(lines), converter).pixels)
+            digest = (digest ^ pixel) * 0x100000001b3;
+    }
+    EXPECT_EQ(digest, 0x186e2106baedd1e9u);
+}
+
+TEST(ScanConversion, DrawsMillimetres)
+{
+    const ScanConverter converter(parallel(-19.05e-3, 0.1e-3, 0, 0), 382, 500, 0.1e-3, 0, 382);
+    const GreyImage plain = converter.convert(std::vector<std::uint8_t>(382 * 500, 77));
+    const GreyImage image = with_scale(plain, converter);
+    const int margin = image.width - plain.width;
+    ASSERT_EQ(image.height - plain.height, margin);
+    std::vector<int> ticks;
+    std::vector<int> long_ticks;
+    for (int row = 0; row < plain.height; ++row) {
+        int ink = 0;
+        for (int column = 0; column < margin; ++column)
+            ink += image.pixels[static_cast<std::size_t>(row * image.width + column)] != 0;
+        if (ink > 0)
+            ticks.push_back(row);
+        if (ink > 5)
+            long_ticks.push_back(row);
+        EXPECT_TRUE(std::equal(plain.pixels.begin() + row * 382, plain.pixels.begin() + (row + 1) * 382,
+                               image.pixels.begin() + row * image.width + margin));
+    }
+    EXPECT_EQ(ticks, (std::vector<int>{0, 50, 100, 150, 200, 250, 300, 350, 400, 450}));
+    EXPECT_EQ(long_ticks, (std::vector<int>{0, 100, 200, 300, 400}));
+}
+
+TEST(ScanConversion, TurnsDownImpossibleGeometry)
+{
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    const auto make = [](const Geometry& g, std::int64_t lines, std::int64_t samples, double spacing, int width) {
+        return complaint([&] { ScanConverter(g, lines, samples, spacing, 0, width); });
+    };
+    const Geometry linear = parallel(0, 1e-3, 0, 0);
+    const auto sector = [](double first, double step, double radius) {
+        return fan(Geometry::Kind::sector, first, step, radius);
+    };
+    const std::pair<std::string, const char*> cases[] = {
+        {make(linear, 0, 10, 1e-3, 0), "lines"},
+        {make(linear, 10, 70000, 1e-3, 0), "--decimation"},
+        {make(linear, 10, 10, 0, 0), "sample_spacing"},
+        {make(linear, 10, 10, nan, 0), "sample_spacing"},
+        {make(linear, 10, 10, 1e-3, 20000), "width"},
+        {make(linear, 10, 10, 1e-3, -5), "width"},
+        {make(linear, 1, 60000, 1e-3, 16384), "at most"},
+        {make(parallel(0, 0, 0, 0), 10, 10, 1e-3, 0), "line_pitch"},
+        {make(parallel(nan, 1e-3, 0, 0), 10, 10, 1e-3, 0), "first_line"},
+        {make(parallel(0, 1e-3, 0, 1.6), 10, 10, 1e-3, 0), "steering"},
+        {make(sector(-0.5, 0, 0), 10, 10, 1e-3, 0), "angle_step"},
+        {make(sector(-4, 0.01, 0), 10, 10, 1e-3, 0), "180"},
+        {make(sector(-1, 0.01, -1), 10, 10, 1e-3, 0), "apex_radius"},
+        {make(sector(nan, 0.01, 1), 10, 10, 1e-3, 0), "180"},
+    };
+    for (const auto& [found, expected] : cases)
+        EXPECT_NE(found.find(expected), std::string::npos) << found << "; expected: " << expected;
+    EXPECT_THROW(ScanConverter(linear, 10, 10, 1e-3, 0, 0).convert(std::vector<std::uint8_t>(99)), BadInput);
+}
+
+} // namespace

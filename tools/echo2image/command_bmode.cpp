@@ -1,0 +1,363 @@
+#include "bad_input.h"
+#include "commands.h"
+#include "npy_write.h"
+#include "progress.h"
+#include "recipe.h"
+#include "units.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace echo2image {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct BmodeOptions
+{
+    std::string recording;
+    std::string data;
+    std::string output;
+    std::string envelope;
+    std::string frame;
+    std::string frames;
+    std::string dynamic_range;
+    std::string reference;
+    std::string taps;
+    std::string decimation;
+    std::string bandwidth;
+    std::string center_frequency;
+    std::string width;
+    bool scale = false;
+    bool timing = false;
+};
+
+constexpr double greatest_frequency = 1e12; // Hz; beyond any sound
+
+std::int64_t whole_number(const std::string& name, const std::string& text, std::int64_t least, std::int64_t greatest)
+{
+    std::int64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < least || value > greatest)
+        throw BadInput(name + ": expected a whole number from " + std::to_string(least) + " to " + std::to_string(greatest) +
+                       ", found \"" + text + "\"");
+    return value;
+}
+
+ChainParameters wanted_by(const BmodeOptions& options)
+{
+    ChainParameters wanted;
+    const auto number = [](const char* name, const std::string& text, Quantity quantity, double least, double greatest) {
+        return text.empty() ? 0.0 : quantity_of(name, text, quantity, least, greatest);
+    };
+    const auto whole = [](const char* name, const std::string& text, int greatest) {
+        return text.empty() ? 0 : static_cast<int>(whole_number(name, text, 1, greatest));
+    };
+    constexpr int any = std::numeric_limits<int>::max();
+    wanted.dynamic_range =
+        number("--dynamic-range", options.dynamic_range, Quantity::level, least_dynamic_range, greatest_dynamic_range);
+    wanted.reference = static_cast<float>(number("--reference", options.reference, Quantity::number, 1e-6, 1e9));
+    wanted.bandwidth = number("--bandwidth", options.bandwidth, Quantity::frequency, 1, greatest_frequency);
+    wanted.center_frequency =
+        number("--center-frequency", options.center_frequency, Quantity::frequency, 1, greatest_frequency);
+    wanted.taps = whole("--taps", options.taps, any);
+    wanted.decimation = whole("--decimation", options.decimation, any);
+    wanted.width = whole("--width", options.width, any);
+    wanted.scale = options.scale;
+    return wanted;
+}
+
+struct FrameRange
+{
+    std::int64_t first;
+    std::int64_t end;
+};
+
+FrameRange chosen_frames(const BmodeOptions& options, const Description& description)
+{
+    const std::int64_t count = description.frames;
+    if (options.frames.empty()) {
+        const std::int64_t frame = options.frame.empty() ? 0 : whole_number("--frame", options.frame, 0, count - 1);
+        return {frame, frame + 1};
+    }
+    if (options.frames == "all")
+        return {0, count};
+    const std::size_t colon = options.frames.find(':');
+    if (colon == std::string::npos)
+        throw BadInput("--frames: expected FIRST:END (END is not included) or all, found \"" + options.frames + "\"");
+    const std::string first = options.frames.substr(0, colon);
+    const std::string end = options.frames.substr(colon + 1);
+    const FrameRange range = {first.empty() ? 0 : whole_number("--frames", first, 0, count - 1),
+                              end.empty() ? count : whole_number("--frames", end, 1, count)};
+    if (range.first >= range.end)
+        throw BadInput("--frames: the first frame must lie before the end, found \"" + options.frames + "\"");
+    return range;
+}
+
+void expect_extension(const char* name, const fs::path& file, const char* extension)
+{
+    if (file.extension() != extension)
+        throw BadInput(std::string(name) + ": expected a file name ending in " + extension + ", found \"" + file.string() +
+                       "\"");
+}
+
+std::vector<fs::path> picture_names(const BmodeOptions& options, const FrameRange& range)
+{
+    if (options.output.empty())
+        return {};
+    const fs::path output = options.output;
+    expect_extension("-o", output, ".png");
+    if (options.frames.empty())
+        return {output};
+    std::vector<fs::path> names;
+    for (std::int64_t frame = range.first; frame < range.end; ++frame) {
+        char number[32];
+        std::snprintf(number, sizeof number, "-%04lld.png", static_cast<long long>(frame));
+        names.push_back(output.parent_path() / (output.stem().string() + number));
+    }
+    return names;
+}
+
+// Every output can be written, and none replaces an input.
+void check_outputs(const std::vector<fs::path>& outputs, const Description& description)
+{
+    for (const fs::path& output : outputs) {
+        check_target(output);
+        for (const fs::path& input : {description.source, description.data_file}) {
+            std::error_code error;
+            if (fs::equivalent(output, input, error))
+                throw BadInput(output.string() + ": cannot be written: it is the recording itself");
+        }
+    }
+}
+
+std::string table_of(const StageTimes& times, double total, std::int64_t frames)
+{
+    char line[128];
+    std::snprintf(line, sizeof line, "%-16s %10s %12s %14s\n", "stage", "ms", "us per line", "lines per s");
+    std::string table = line;
+    for (const StageTimes::Stage& stage : times.stages()) {
+        const double lines = static_cast<double>(std::max<std::int64_t>(stage.lines, 1));
+        std::snprintf(line, sizeof line, "%-16s %10.3f %12.3f %14.0f\n", stage.name.c_str(), stage.seconds * 1e3,
+                      stage.seconds * 1e6 / lines, stage.seconds > 0 ? lines / stage.seconds : 0.0);
+        table += line;
+    }
+    std::snprintf(line, sizeof line, "%-16s %10.3f    %.1f frames per s, %lld frame%s\n", "total", total * 1e3,
+                  total > 0 ? static_cast<double>(frames) / total : 0.0, static_cast<long long>(frames),
+                  frames == 1 ? "" : "s");
+    return table + line;
+}
+
+class BmodeRun
+{
+public:
+    BmodeRun(const BmodeOptions& options, const Recording& recording, const FrameRange& range)
+        : options_(options), recording_(recording), range_(range), chain_(recording.description(), wanted_by(options))
+    {
+        if (!options.envelope.empty() && !chain_.has_envelope())
+            throw BadInput(options.recording + ": --envelope needs RF or I/Q, found grey values");
+    }
+
+    void run()
+    {
+        const std::vector<fs::path> names = picture_names(options_, range_);
+        std::vector<fs::path> outputs = names;
+        if (!options_.envelope.empty()) {
+            expect_extension("--envelope", options_.envelope, ".npy");
+            outputs.emplace_back(options_.envelope);
+        }
+        check_outputs(outputs, recording_.description());
+
+        if (!options_.envelope.empty()) {
+            files_.emplace_back(options_.envelope);
+            write_npy_header(files_.front(),
+                             {range_.end - range_.first, recording_.description().lines, chain_.detector().samples()});
+        }
+        if (!names.empty()) {
+            files_.emplace_back(names.front()); // before the long work
+            recipe_.command = "bmode";
+            recipe_.file = options_.recording;
+            recipe_.input_digest = recording_.digest();
+        }
+        if (chain_.has_envelope() && chain_.parameters().reference == 0 && !names.empty())
+            find_reference();
+
+        const auto start = std::chrono::steady_clock::now();
+        Progress progress("pictures", range_.end - range_.first);
+        for (std::int64_t frame = range_.first; frame < range_.end; ++frame) {
+            stop_when_interrupted();
+            if (!names.empty() && frame != range_.first)
+                files_.emplace_back(names[static_cast<std::size_t>(frame - range_.first)]);
+            make(frame, !names.empty());
+            progress.step();
+        }
+        for (OutputFile& file : files_)
+            file.finish();
+        for (OutputFile& file : files_)
+            file.commit();
+        seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+
+    void report(const std::vector<fs::path>& names) const
+    {
+        if (!names.empty()) {
+            std::printf("%s", names.front().string().c_str());
+            if (names.size() > 1)
+                std::printf(" to %s", names.back().filename().string().c_str());
+            std::printf(": %d x %d pixels", width_, height_);
+            if (pixel_size_ > 0)
+                std::printf(" of %s", with_unit(pixel_size_, Quantity::length).c_str());
+            if (chain_.has_envelope())
+                std::printf(", %g dB below %g", chain_.parameters().dynamic_range,
+                            static_cast<double>(chain_.parameters().reference));
+            std::printf("\n");
+        }
+        if (options_.timing)
+            std::fputs(table_of(times_, seconds_, range_.end - range_.first).c_str(), stdout);
+    }
+
+private:
+    EnvelopeFrame envelope_of(std::int64_t frame)
+    {
+        const std::vector<std::int16_t> samples = [&] {
+            const StageTimer timer(&times_, "read", recording_.description().lines);
+            return recording_.read_frame_i16(frame);
+        }();
+        return chain_.detector().detect(samples, &times_);
+    }
+
+    // White is the largest envelope of all frames. Of a single frame the envelope is kept.
+    void find_reference()
+    {
+        const auto start = std::chrono::steady_clock::now();
+        const std::int64_t count = range_.end - range_.first;
+        Progress progress("reference", count);
+        float reference = 0;
+        for (std::int64_t frame = range_.first; frame < range_.end; ++frame) {
+            stop_when_interrupted();
+            EnvelopeFrame envelope = envelope_of(frame);
+            const StageTimer timer(&times_, "find reference", envelope.lines);
+            reference = std::max(reference, largest(envelope));
+            if (count == 1)
+                kept_ = std::move(envelope);
+            progress.step();
+        }
+        chain_.set_reference(reference > 0 ? reference : 1); // silence is black whatever the reference
+        seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+
+    void make(std::int64_t frame, bool picture_wanted)
+    {
+        const std::int64_t lines = recording_.description().lines;
+        GreyImage image;
+        if (chain_.has_envelope()) {
+            const EnvelopeFrame envelope = kept_.values.empty() ? envelope_of(frame) : std::move(kept_);
+            if (!options_.envelope.empty()) {
+                const StageTimer timer(&times_, "write envelope", lines);
+                write_npy_values(files_.front(), envelope.values);
+            }
+            if (!picture_wanted)
+                return;
+            image = chain_.picture(envelope, &times_);
+        } else {
+            const std::vector<std::uint8_t> grey = [&] {
+                const StageTimer timer(&times_, "read", lines);
+                return recording_.read_frame_u8(frame);
+            }();
+            image = chain_.picture(grey, &times_);
+        }
+        recipe_.frame = frame;
+        recipe_.chain = chain_.parameters();
+        const StageTimer timer(&times_, "write", lines);
+        write_picture(files_.back(), image, recipe_);
+        width_ = image.width;
+        height_ = image.height;
+        pixel_size_ = image.pixel_size;
+    }
+
+    const BmodeOptions& options_;
+    const Recording& recording_;
+    FrameRange range_;
+    Chain chain_;
+    Recipe recipe_;
+    EnvelopeFrame kept_;
+    std::vector<OutputFile> files_; // of the envelope, when wanted, then of the pictures
+    StageTimes times_;
+    double seconds_ = 0;
+    int width_ = 0;
+    int height_ = 0;
+    double pixel_size_ = 0;
+};
+
+int run_bmode(const BmodeOptions& options)
+{
+    if (options.output.empty() && options.envelope.empty())
+        throw BadInput("bmode: expected an output, -o PICTURE.png or --envelope FILE.npy, found none");
+    const Recording recording = Recording::open(options.recording, options.data);
+    const FrameRange range = chosen_frames(options, recording.description());
+    BmodeRun run(options, recording, range);
+    run.run();
+    run.report(picture_names(options, range));
+    return exit_ok;
+}
+
+} // namespace
+
+Command add_bmode_command(CLI::App& program)
+{
+    auto options = std::make_shared<BmodeOptions>();
+    CLI::App* app =
+        program.add_subcommand("bmode", "Make grey pictures of a recording: envelope, compression, scan conversion");
+    app->add_option("RECORDING", options->recording, "Description (.yml), NumPy file (.npy) or MetaImage (.mha, .mhd)")
+        ->required();
+    app->add_option("-o,--output", options->output, "The picture, a PNG file; of several frames PICTURE-0000.png and so on")
+        ->type_name("PICTURE.png");
+    app->add_option("--data", options->data, "Folder with the samples that a description names")->type_name("FOLDER");
+    CLI::Option* frame =
+        app->add_option("--frame", options->frame, "Frame to show, counted from 0 (default: 0)")->type_name("K");
+    app->add_option("--frames", options->frames, "Frames FIRST to END - 1, or all")->type_name("FIRST:END")->excludes(frame);
+
+    const char* grey = "Grey values";
+    app->add_option("--dynamic-range", options->dynamic_range, "From white down to black, 1 to 90 dB (default: 60 dB)")
+        ->type_name("LEVEL")
+        ->group(grey);
+    app->add_option("--reference", options->reference,
+                    "Envelope that is white, in units of the samples (default: the largest of all frames shown)")
+        ->type_name("VALUE")
+        ->group(grey);
+
+    const char* envelope = "Envelope of RF (chosen from the recording when not given)";
+    app->add_option("--center-frequency", options->center_frequency, "Of the echoes, such as \"5 MHz\"")
+        ->type_name("FREQUENCY")
+        ->group(envelope);
+    app->add_option("--bandwidth", options->bandwidth, "Two-sided, between the -6 dB points of the low-pass")
+        ->type_name("FREQUENCY")
+        ->group(envelope);
+    app->add_option("--taps", options->taps, "Length of the low-pass, odd")->type_name("N")->group(envelope);
+    app->add_option("--decimation", options->decimation, "Samples from one envelope value to the next; also of I/Q")
+        ->type_name("N")
+        ->group(envelope);
+    app->add_option("--envelope", options->envelope, "Also write the envelope, float32 [frame][line][sample]")
+        ->type_name("FILE.npy")
+        ->group(envelope);
+
+    const char* picture = "Picture";
+    app->add_option("--width", options->width, "Width in pixels (default: fits the lines, 256 to 1024)")
+        ->type_name("PIXELS")
+        ->group(picture);
+    app->add_flag("--scale", options->scale, "Add a scale in millimetres at the left and the bottom edge")->group(picture);
+    app->add_flag("--timing", options->timing, "Print what each stage takes");
+    return {app, [options] { return run_bmode(*options); }};
+}
+
+} // namespace echo2image

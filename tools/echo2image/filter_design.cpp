@@ -1,0 +1,104 @@
+#include "filter_design.h"
+
+#include "bad_input.h"
+#include "portable_math.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+namespace echo2image {
+
+namespace {
+
+constexpr int most_taps = 8191;
+
+// Of a recording that does not state its bandwidth: the width of a usual probe's pass band, relative to its center.
+constexpr double usual_relative_bandwidth = 0.6;
+
+// With 4 taps per period of the bandwidth the low-pass rolls off like a bell: no ringing behind bright echoes.
+constexpr double taps_per_period = 4;
+
+// Envelope samples per period of the bandwidth: at most 0.5 dB of a peak are lost between two of them.
+constexpr double samples_per_period = 4;
+
+// The bell's skirts end at one bandwidth from the center; the image must lie beyond, together with half its own width.
+constexpr double image_distance = 1.5;
+
+std::string megahertz(double hertz)
+{
+    char text[40];
+    std::snprintf(text, sizeof text, "%.6g MHz", hertz * 1e-6);
+    return text;
+}
+
+bool positive(double value)
+{
+    return std::isfinite(value) && value > 0;
+}
+
+} // namespace
+
+std::vector<float> design_low_pass(int taps, double cutoff, double gain)
+{
+    const int half = (taps - 1) / 2;
+    std::vector<double> response(static_cast<std::size_t>(taps));
+    double sum = 0;
+    for (int k = 0; k < taps; ++k) {
+        const double t = k - half;
+        const double sinc = k == half ? 2 * cutoff : portable::sin(2 * portable::pi * cutoff * t) / (portable::pi * t);
+        const double window = taps == 1 ? 1 : 0.54 + 0.46 * portable::cos(portable::pi * t / half);
+        response[static_cast<std::size_t>(k)] = sinc * window;
+        sum += sinc * window;
+    }
+    std::vector<float> rounded(response.size());
+    std::transform(response.begin(), response.end(), rounded.begin(),
+                   [&](double value) { return static_cast<float>(value * gain / sum); });
+    return rounded;
+}
+
+DetectorOptions choose_detector(const Description& description, const DetectorOptions& options)
+{
+    const std::string where = description.source.string() + ": ";
+    const double fs = description.sampling_frequency;
+    const double fc = description.center_frequency;
+    if (!positive(fs))
+        throw BadInput(where + "sampling_frequency is missing; RF needs one to be demodulated");
+    if (!positive(fc))
+        throw BadInput(where + "center_frequency is missing; the description or --center-frequency must give it");
+    if (fc > 16 * fs)
+        throw BadInput(where + "center frequency " + megahertz(fc) + " does not fit a sampling rate of " + megahertz(fs));
+
+    // Mixing shifts the echoes to zero and their negative half to twice the center frequency, folded by the sampling.
+    const double turns = 2 * fc / fs;
+    const double image = std::fabs(turns - std::floor(turns + 0.5)) * fs;
+    const double widest = image / image_distance;
+
+    DetectorOptions chosen = options;
+    if (options.bandwidth == 0) {
+        const double wanted = positive(description.bandwidth) ? description.bandwidth : usual_relative_bandwidth * fc;
+        chosen.bandwidth = std::min(wanted, widest);
+        if (chosen.bandwidth < fs / 1000)
+            throw BadInput(where + "center frequency " + megahertz(fc) + " cannot be demodulated at a sampling rate of " +
+                           megahertz(fs) + ": its mixing image falls onto the echoes");
+    } else if (!positive(options.bandwidth) || options.bandwidth > widest || options.bandwidth < fs / 1000) {
+        throw BadInput(where + "bandwidth must lie between " + megahertz(fs / 1000) + " and " + megahertz(widest) +
+                       " (sampling rate " + megahertz(fs) + ", center frequency " + megahertz(fc) + "), found " +
+                       megahertz(options.bandwidth));
+    }
+
+    const double period = fs / chosen.bandwidth; // in samples
+    if (options.taps == 0)
+        chosen.taps = std::min(most_taps, 2 * static_cast<int>(std::ceil(taps_per_period * period / 2)) + 1);
+    else if (options.taps < 1 || options.taps > most_taps || options.taps % 2 == 0)
+        throw BadInput("--taps must be an odd number from 1 to " + std::to_string(most_taps) + ", found " +
+                       std::to_string(options.taps));
+
+    if (options.decimation == 0)
+        chosen.decimation = std::clamp(static_cast<int>(std::floor(period / samples_per_period)), 1,
+                                       static_cast<int>(std::min<std::int64_t>(description.samples, 1000)));
+    return chosen;
+}
+
+} // namespace echo2image

@@ -1,0 +1,30 @@
+// PNG pictures with text.
+#pragma once
+
+#include "bmode.h"
+#include "output_file.h"
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace echo2image {
+
+// Keywords and texts of a PNG's text chunks, in order.
+using TextFields = std::vector<std::pair<std::string, std::string>>;
+
+// 8-bit RGB with all settings fixed, so that the same libpng and zlib write the same bytes. Throws BadInput.
+void write_png(OutputFile& file, const GreyImage& image, const TextFields& text);
+
+struct PngPicture
+{
+    GreyImage image;  // pixel_size is left at 0
+    bool grey = true; // red, green and blue are equal everywhere
+    TextFields text;
+};
+
+bool is_png(const std::filesystem::path& file);
+PngPicture read_png(const std::filesystem::path& file); // throws BadInput
+
+} // namespace echo2image
