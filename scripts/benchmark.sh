@@ -4,7 +4,7 @@
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 
-scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang python3-minimal
+scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang python3
 configure_and_build release -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_BENCHMARKS=ON
 result=build/release/bench/result.json
 run=(build/release/bench/utils_sse_bench --benchmark_enable_random_interleaving=true

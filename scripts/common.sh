@@ -2,7 +2,7 @@
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 tool_packages=(g++ cmake ninja-build pkg-config libcli11-dev libyaml-cpp-dev libpng-dev libmd-dev)
-test_packages=("${tool_packages[@]}" libgtest-dev python3-minimal binutils)
+test_packages=("${tool_packages[@]}" libgtest-dev python3 binutils)
 
 # configure_and_build PRESET [cmake options]
 configure_and_build() {

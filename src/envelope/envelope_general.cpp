@@ -33,8 +33,8 @@ constexpr int kTile = 256;    // outputs at a time, at most
 // third of a product. Fewer than four outputs would leave lanes empty.
 constexpr bool worth_staging(int outputs, int taps, int decimation)
 {
-    return decimation > 0 && outputs >= 4 &&
-           outputs * (3 * static_cast<std::int64_t>(taps) - 2 * std::min(taps, decimation)) > 192;
+    return outputs >= 4 && taps > 0 && decimation > 0 &&
+           outputs * (std::int64_t{3} * taps - std::int64_t{2} * std::min(taps, decimation)) > 192;
 }
 
 // Vectors of outputs side by side. Two signals and four vectors are eight sums, one tap and two products in flight: 16

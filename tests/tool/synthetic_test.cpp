@@ -82,8 +82,8 @@ std::uint64_t digest_of(const std::vector<std::int16_t>& samples)
 
 TEST(Synthetic, GivesTheSameSamplesOnEveryMachine)
 {
-    EXPECT_EQ(digest_of(synthesise(1).rf), 0x0u);
-    EXPECT_EQ(digest_of(synthesise(4294967295).rf), 0x0u);
+    EXPECT_EQ(digest_of(synthesise(1).rf), 0x1c9ce9887cc3037bu);
+    EXPECT_EQ(digest_of(synthesise(4294967295).rf), 0xc78a6e49523c4e31u);
 }
 
 TEST(Synthetic, UsesTheRangeWithoutClipping)
@@ -134,7 +134,7 @@ std::set<std::string> wrong_in(const std::vector<Check>& checks)
     return wrong;
 }
 
-TEST(DemoChecks, PassForEverySeed)
+TEST(DemoChecks, PassWhateverTheSeed)
 {
     for (const std::uint32_t seed : {0u, 1u, 2u, 3u, 77u, 4000000000u}) {
         const std::vector<Check> checks = Pipeline(synthesise(seed)).checks();
@@ -201,10 +201,10 @@ TEST(DemoChecks, FindFaultsOfTheChain)
     }
     EXPECT_GE(wrong_in(mirrored.checks()).size(), 3u) << table_of(mirrored.checks());
 
-    Pipeline flat = chain;
-    for (std::uint8_t& pixel : flat.image.pixels)
-        pixel = static_cast<std::uint8_t>(pixel / 2);
-    EXPECT_GE(wrong_in(flat.checks()).size(), 2u) << table_of(flat.checks());
+    // A grey surface shows nothing, wherever it is looked at.
+    std::fill(mirrored.image.pixels.begin(), mirrored.image.pixels.end(), std::uint8_t{100});
+    const std::vector<Check> flat = check_picture(mirrored.image, mirrored.converter, Pipeline::dynamic_range, chain.frame);
+    EXPECT_EQ(wrong_in(flat).size(), flat.size()) << table_of(flat);
 }
 
 } // namespace

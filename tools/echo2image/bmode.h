@@ -132,10 +132,12 @@ private:
     void choose_grid(double left, double right, double top, double bottom, double natural_pixel, int width);
     void prepare_parallel(const Geometry& geometry, double sample_spacing, double first_sample_offset, int width);
     void prepare_fan(const Geometry& geometry, double sample_spacing, double first_sample_offset, int width);
+    GreyImage look_up(const std::vector<std::uint8_t>& lines) const;
     void look_up_row(int row, Entry* entries) const;
 
     std::int64_t lines_ = 0;
     std::int64_t samples_ = 0;
+    std::int64_t averaged_samples_ = 1; // odd; pixels larger than samples show the mean of those they cover
     std::size_t line_stride_ = 0;
     std::size_t sample_stride_ = 1;
     int width_ = 0;

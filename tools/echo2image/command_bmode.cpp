@@ -352,7 +352,7 @@ Command add_bmode_command(CLI::App& program)
         ->group(envelope);
 
     const char* picture = "Picture";
-    app->add_option("--width", options->width, "Width in pixels (default: fits the lines, 256 to 1024)")
+    app->add_option("--width", options->width, "Width in pixels (default: fits the lines, 512 to 1024)")
         ->type_name("PIXELS")
         ->group(picture);
     app->add_flag("--scale", options->scale, "Add a scale in millimetres at the left and the bottom edge")->group(picture);

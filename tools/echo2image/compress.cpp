@@ -65,7 +65,7 @@ std::vector<std::uint8_t> compress(const EnvelopeFrame& envelope, float referenc
                                     scale, static_cast<int>(envelope.samples));
         CUtils_SSE::FloatToByte(bytes.data(), scaled.data(), table.data(), static_cast<int>(lines * padded));
         for (std::int64_t line = 0; line < lines; ++line)
-            std::copy_n(bytes.begin() + line * padded, envelope.samples, grey.begin() + (first + line) * envelope.samples);
+            std::copy_n(bytes.data() + line * padded, envelope.samples, grey.data() + (first + line) * envelope.samples);
     }
     return grey;
 }

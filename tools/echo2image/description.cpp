@@ -302,7 +302,7 @@ YAML::Node parse(const fs::path& file, const std::string& text)
     try {
         documents = YAML::LoadAll(text);
     } catch (const YAML::Exception& error) {
-        reject(file, at_line(error.mark), "YAML", printable(error.msg));
+        reject(file, at_line(error.mark), "YAML", "this error: " + printable(error.msg));
     }
     const char* expected = "a map of keys and values";
     if (documents.empty() || documents.front().IsNull())

@@ -164,7 +164,7 @@ void EnvelopeDetector::detect_rf(const std::vector<std::int16_t>& frame, Envelop
         {
             const StageTimer timer(times, "scale", lines);
             for (std::int64_t line = 0; line < lines; ++line) {
-                const auto source = frame.begin() + (first + line) * samples;
+                const std::int16_t* source = frame.data() + (first + line) * samples;
                 std::transform(source, source + samples, rf.get() + line * padded_ + (taps_.size() - 1) / 2,
                                [&](std::int16_t sample) { return gain.apply(sample); });
             }

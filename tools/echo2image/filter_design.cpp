@@ -14,7 +14,9 @@ namespace {
 
 constexpr int most_taps = 8191;
 
-// Of a recording that does not state its bandwidth: the width of a usual probe's pass band, relative to its center.
+// The low-pass is wider than the echoes' band, so that it costs them little of their resolution.
+constexpr double margin = 1.5;
+// Of a recording that does not state its bandwidth: what suits a usual probe, relative to its center frequency.
 constexpr double usual_relative_bandwidth = 0.6;
 
 // With 4 taps per period of the bandwidth the low-pass rolls off like a bell: no ringing behind bright echoes.
@@ -77,7 +79,7 @@ DetectorOptions choose_detector(const Description& description, const DetectorOp
 
     DetectorOptions chosen = options;
     if (options.bandwidth == 0) {
-        const double wanted = positive(description.bandwidth) ? description.bandwidth : usual_relative_bandwidth * fc;
+        const double wanted = positive(description.bandwidth) ? margin * description.bandwidth : usual_relative_bandwidth * fc;
         chosen.bandwidth = std::min(wanted, widest);
         if (chosen.bandwidth < fs / 1000)
             throw BadInput(where + "center frequency " + megahertz(fc) + " cannot be demodulated at a sampling rate of " +

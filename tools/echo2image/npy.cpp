@@ -2,6 +2,7 @@
 
 #include "input_file.h"
 
+#include <algorithm>
 #include <charconv>
 #include <map>
 
@@ -133,11 +134,11 @@ std::vector<std::int64_t> shape_of(const fs::path& file, const std::string& text
 Layout read_npy_header(const fs::path& file)
 {
     InputFile input(file);
-    char start[12] = {};
-    input.read(0, start, static_cast<std::size_t>(std::min<std::uint64_t>(input.size(), sizeof start)));
-    const auto byte = [&](int i) { return static_cast<std::uint64_t>(static_cast<unsigned char>(start[i])); };
-    if (input.size() < sizeof start || std::string_view(start, magic.size()) != magic)
-        reject(file, "", "a NumPy file, which starts with \\x93NUMPY", in_quotes({start, sizeof start}));
+    std::string start(static_cast<std::size_t>(std::min<std::uint64_t>(input.size(), 12)), '\0');
+    input.read(0, start.data(), start.size());
+    if (start.size() < 12 || start.compare(0, magic.size(), magic) != 0)
+        reject(file, "", "a NumPy file, which starts with \\x93NUMPY", in_quotes(start));
+    const auto byte = [&](std::size_t i) { return static_cast<std::uint64_t>(static_cast<unsigned char>(start[i])); };
     const std::uint64_t version = byte(6);
     if (version < 1 || version > 3)
         reject(file, "version", "1, 2 or 3", std::to_string(version));

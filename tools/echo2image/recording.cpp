@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int64_t block_bytes = 1 << 22; // read at once, when a frame is not simply one piece of the file
+constexpr std::int64_t block_bytes = 1 << 20; // read at once, when a frame is not simply one piece of the file
 
 std::string extension_of(const fs::path& file)
 {
@@ -375,7 +375,8 @@ std::string describe(const Recording& recording)
                                    : sampling_known         ? ""
                                                             : "not stated");
         line("sample spacing", known(d.sample_spacing, Quantity::length));
-        line("sound speed", with_unit(d.sound_speed, Quantity::speed));
+        if (d.sampling_frequency > 0)
+            line("sound speed", with_unit(d.sound_speed, Quantity::speed));
     }
     line("center frequency", known(d.center_frequency, Quantity::frequency));
     line("demodulated with", known(d.demodulation_frequency, Quantity::frequency));

@@ -13,7 +13,7 @@ namespace echo2image {
 
 namespace {
 
-constexpr int narrowest_fitting = 256; // pixels, when no width is asked for
+constexpr int narrowest_fitting = 512; // pixels, when no width is asked for
 constexpr int widest_fitting = 1024;
 constexpr int highest_fitting = 2048;
 constexpr int least_side = 1;
@@ -55,6 +55,39 @@ bool within_reach(double metres)
 bool spaced(double spacing)
 {
     return std::fabs(spacing) >= least_spacing && within_reach(spacing);
+}
+
+// Every sample replaced by the mean of the `count` (odd) samples around it, of fewer at the ends; rounded to nearest.
+std::vector<std::uint8_t> averaged(const std::vector<std::uint8_t>& lines, std::int64_t samples, std::int64_t count)
+{
+    const std::int64_t reach = count / 2;
+    std::vector<std::uint8_t> means(lines.size());
+    for (std::size_t line = 0; line < lines.size(); line += static_cast<std::size_t>(samples)) {
+        const std::uint8_t* values = lines.data() + line;
+        std::uint32_t sum = 0;
+        std::uint32_t summed = 0;
+        for (std::int64_t next = 0; next < samples + reach; ++next) {
+            if (next < samples) {
+                sum += values[next];
+                ++summed;
+            }
+            if (next >= count) {
+                sum -= values[next - count];
+                --summed;
+            }
+            if (next >= reach)
+                means[line + static_cast<std::size_t>(next - reach)] =
+                    static_cast<std::uint8_t>((2 * sum + summed) / (2 * summed));
+        }
+    }
+    return means;
+}
+
+// An odd number of samples that a pixel covers.
+std::int64_t covered(double pixel_size, double sample_step, std::int64_t samples)
+{
+    const double count = std::min(pixel_size / sample_step, static_cast<double>(samples));
+    return 2 * static_cast<std::int64_t>((count - 1) / 2) + 1;
 }
 
 void expect(bool valid, const char* what, const char* expected, double found)
@@ -152,6 +185,8 @@ void ScanConverter::prepare_parallel(const Geometry& geometry, double sample_spa
     } else {
         choose_grid(left, right, top, bottom, std::min(row_step, std::fabs(pitch)), width);
     }
+    if (geometry.kind != Geometry::Kind::picture)
+        averaged_samples_ = covered(pixel_size_, row_step, samples_);
 
     for (int column = 0; column < width_; ++column)
         column_line_.push_back(q16((left_ + (column + 0.5) * pixel_size_ - first_line) / pitch));
@@ -198,6 +233,7 @@ void ScanConverter::prepare_fan(const Geometry& geometry, double sample_spacing,
     }
     const double line_distance = std::fabs(angle_step_) * 0.5 * (near + far);
     choose_grid(left, right, top - depth_zero_, bottom - depth_zero_, std::min(radius_step_, line_distance), width);
+    averaged_samples_ = covered(pixel_size_, radius_step_, samples_);
 
     const std::size_t pixels = static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_);
     if (pixels > kept_pixels)
@@ -235,6 +271,13 @@ void ScanConverter::look_up_row(int row, Entry* entries) const
 GreyImage ScanConverter::convert(const std::vector<std::uint8_t>& lines, StageTimes* times) const
 {
     const StageTimer timer(times, "scan conversion", lines_);
+    if (averaged_samples_ > 1 && lines.size() == static_cast<std::size_t>(lines_) * static_cast<std::size_t>(samples_))
+        return look_up(averaged(lines, samples_, averaged_samples_));
+    return look_up(lines);
+}
+
+GreyImage ScanConverter::look_up(const std::vector<std::uint8_t>& lines) const
+{
     if (lines.size() != static_cast<std::size_t>(lines_) * static_cast<std::size_t>(samples_))
         throw BadInput("scan conversion: " + std::to_string(lines_) + " lines of " + std::to_string(samples_) +
                        " samples expected, found " + std::to_string(lines.size()) + " samples");

@@ -37,9 +37,9 @@ struct Scanner
     int samples = 2080;
     double line_pitch = 0.2 * mm;
     double focus = 20 * mm;
-    double focal_beam_sigma = 0.2 * mm; // standard deviation of the beam's amplitude profile at the focus
-    double depth_of_focus = 30 * mm;    // distance from the focus at which the beam is wider by sqrt(2)
-    double noise = 5;                   // standard deviation of the electronic noise in steps of the converter
+    double focal_beam_sigma = 0.17 * mm; // standard deviation of the beam's amplitude profile at the focus
+    double depth_of_focus = 25 * mm;     // distance from the focus at which the beam is wider by sqrt(2)
+    double noise = 4;                    // standard deviation of the electronic noise in steps of the converter
 
     double sample_spacing() const { return sound_speed / (2 * sampling_frequency); }
     double first_line() const { return -0.5 * (lines - 1) * line_pitch; }
@@ -123,7 +123,7 @@ Phantom lay_out(std::uint32_t seed)
 std::vector<Scatterer> scatterers_of(const Phantom& phantom, const Scanner& scanner, std::uint32_t seed)
 {
     constexpr double density = 150 / (mm * mm);
-    constexpr double tissue_amplitude = 240; // equal strength and random sign: developed soonest
+    constexpr double tissue_amplitude = 200; // equal strength and random sign: developed soonest
     constexpr double wire_amplitude = 24000;
 
     const double half_width = 0.5 * scanner.lines * scanner.line_pitch + 1 * mm;

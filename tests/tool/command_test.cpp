@@ -1,0 +1,445 @@
+// The program as its users meet it: exit codes, messages, files written and files left alone.
+#include "bmode.h"
+#include "png_file.h"
+#include "recipe.h"
+#include "synthetic.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <set>
+#include <string>
+
+#include <sys/wait.h>
+
+using namespace echo2image;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string program()
+{
+    const char* named = std::getenv("ECHO2IMAGE");
+    return named != nullptr && *named != '\0' ? named : ECHO2IMAGE_PATH;
+}
+
+std::string content_of(const fs::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void write_file(const fs::path& file, const std::string& content)
+{
+    std::ofstream(file, std::ios::binary) << content;
+}
+
+struct Outcome
+{
+    int code; // 128 + signal when killed
+    std::string out;
+    std::string err;
+};
+
+// A folder of its own per test, with recordings in it, and the program run inside.
+class Commands : public testing::Test
+{
+protected:
+    static constexpr int frames = 3;
+    static constexpr int lines = 40;
+    static constexpr int samples = 500;
+
+    fs::path base;
+    fs::path folder; // where the program runs
+    fs::path streams;
+
+    void SetUp() override
+    {
+        std::random_device random;
+        base = fs::temp_directory_path() / ("command_test_" + std::to_string(random()));
+        folder = base / "work";
+        streams = base / "streams";
+        fs::create_directories(folder);
+        fs::create_directories(streams);
+
+        std::mt19937 generator(1);
+        std::string rf;
+        for (int frame = 0; frame < frames; ++frame)
+            for (int line = 0; line < lines; ++line)
+                for (int sample = 0; sample < samples; ++sample) {
+                    const double echo = (1000 + 500 * frame) * std::cos(0.25 * 3.14159265 * sample) *
+                                        std::exp(-std::pow((sample - 100 - 5 * line) / 20.0, 2));
+                    const int noise = static_cast<int>(generator() % 21) - 10;
+                    const auto value = static_cast<std::int16_t>(std::lround(echo) + noise);
+                    rf.append(reinterpret_cast<const char*>(&value), sizeof value);
+                }
+        write_file(folder / "rf.raw", rf);
+        describe("rf", "file: rf.raw\ncontent: rf\ntype: int16\naxes: [frame, line, sample]\nshape: [3, 40, 500]\n"
+                       "sampling_frequency: 40 MHz\ncenter_frequency: 5 MHz\nbandwidth: 3 MHz\n"
+                       "geometry: {kind: linear, line_pitch: 0.3 mm}\n");
+        describe("iq", "file: rf.raw\ncontent: iq\ntype: int16\naxes: [frame, line, sample, component]\n"
+                       "shape: [3, 20, 500, 2]\nsample_spacing: 0.1 mm\n"
+                       "geometry: {kind: curved, opening_angle: 60 deg, apex_radius: 40 mm}\n");
+        describe("grey", "file: rf.raw\ncontent: bmode\ntype: uint8\naxes: [frame, line, sample]\nshape: [3, 40, 1000]\n"
+                         "sample_spacing: 0.05 mm\ngeometry: {kind: sector, opening_angle: 80 deg, apex_radius: 0 mm}\n");
+        describe("picture", "file: rf.raw\ncontent: bmode\ntype: uint8\naxes: [frame, row, column]\nshape: [3, 200, 200]\n"
+                            "geometry: {kind: picture}\n");
+    }
+    void TearDown() override
+    {
+        std::error_code ignored;
+        fs::remove_all(base, ignored);
+    }
+
+    void describe(const std::string& name, const std::string& text) { write_file(folder / (name + ".yml"), text); }
+
+    // Through a shell, in the test's folder; `before` may set limits.
+    Outcome run(const std::string& arguments, const std::string& before = "", const std::string& after = "") const
+    {
+        const std::string command = "cd '" + folder.string() + "' || exit 99; (" + before + " exec '" + program() + "' " +
+                                    arguments + " >'" + (streams / "out").string() + "' 2>'" + (streams / "err").string() +
+                                    "') " + after;
+        const int status = std::system(command.c_str());
+        const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return {code, content_of(streams / "out"), content_of(streams / "err")};
+    }
+    std::set<std::string> files() const
+    {
+        std::set<std::string> names;
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder))
+            names.insert(fs::relative(entry.path(), folder).string());
+        return names;
+    }
+    void expect_success(const std::string& arguments) const
+    {
+        const Outcome result = run(arguments);
+        EXPECT_EQ(result.code, 0) << arguments << "\n" << result.err;
+        EXPECT_EQ(result.err, "") << arguments;
+    }
+    // Exit code 2, one line that says what is wrong, and nothing new in the folder.
+    void expect_refusal(const std::string& arguments, const std::string& what, const std::string& before = "") const
+    {
+        const std::set<std::string> before_it = files();
+        const Outcome result = run(arguments, before);
+        EXPECT_EQ(result.code, 2) << arguments << "\n" << result.err;
+        EXPECT_EQ(result.err.rfind("echo2image: ", 0), 0u) << arguments << "\n" << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << arguments << "\n" << result.err;
+        EXPECT_NE(result.err.find(what), std::string::npos) << arguments << "\n" << result.err << "expected: " << what;
+        EXPECT_EQ(result.out, "") << arguments;
+        EXPECT_EQ(files(), before_it) << arguments;
+    }
+    void rewrite(const std::string& name, GreyImage image, const TextFields& text) const
+    {
+        OutputFile file(folder / name);
+        write_png(file, image, text);
+        file.commit();
+    }
+};
+
+TEST_F(Commands, SayWhatTheyDo)
+{
+    EXPECT_EQ(run("--version").out.rfind("echo2image ", 0), 0u);
+    for (const char* command : {"bmode", "demo", "info", "verify"}) {
+        EXPECT_NE(run("--help").out.find(command), std::string::npos);
+        EXPECT_EQ(run(std::string(command) + " --help").code, 0);
+    }
+    const Outcome info = run("info rf.yml");
+    EXPECT_EQ(info.code, 0);
+    EXPECT_NE(info.out.find("40 MHz"), std::string::npos) << info.out;
+}
+
+TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
+{
+    const std::string cases[] = {
+        "bmode rf.yml -o picture.png",
+        "bmode rf.yml -o picture.png --frame 2 --dynamic-range 45dB --reference 1234.5 --taps 31 --decimation 3 "
+        "--bandwidth 2MHz --center-frequency '4.9 MHz' --width 333 --scale",
+        "bmode iq.yml -o picture.png --decimation 2 --frame 1",
+        "bmode grey.yml -o picture.png --width 200 --scale",
+        "bmode picture.yml -o picture.png --frame 2",
+    };
+    for (const std::string& arguments : cases) {
+        SCOPED_TRACE(arguments);
+        expect_success(arguments);
+        const std::string bytes = content_of(folder / "picture.png");
+        const Outcome info = run("info picture.png");
+        EXPECT_EQ(info.code, 0);
+        for (const char* keyword :
+             {"Software: echo2image ", "Command: bmode", "Input SHA-256: ", "Pixels SHA-256: ", "Width: "})
+            EXPECT_NE(info.out.find(keyword), std::string::npos) << info.out;
+        const Outcome verified = run("verify picture.png");
+        EXPECT_EQ(verified.code, 0) << verified.out << verified.err;
+        expect_success(arguments);
+        EXPECT_EQ(content_of(folder / "picture.png"), bytes) << "another run gave another file";
+    }
+    // Every parameter travels, and the numbers without loss.
+    expect_success(cases[1]);
+    const PngPicture picture = read_png(folder / "picture.png");
+    const Recipe recipe = recipe_of(picture.text, "picture.png");
+    EXPECT_EQ(recipe.frame, 2);
+    EXPECT_EQ(recipe.chain.dynamic_range, 45);
+    EXPECT_EQ(recipe.chain.reference, 1234.5F);
+    EXPECT_EQ(recipe.chain.taps, 31);
+    EXPECT_EQ(recipe.chain.decimation, 3);
+    EXPECT_EQ(recipe.chain.bandwidth, 2e6);
+    EXPECT_EQ(recipe.chain.center_frequency, 4.9e6);
+    EXPECT_EQ(recipe.chain.width, 333);
+    EXPECT_TRUE(recipe.chain.scale);
+    EXPECT_GT(picture.image.width, 333);
+    EXPECT_EQ(recipe.pixel_digest, digest_of(picture.image));
+}
+
+TEST_F(Commands, FindWhatDiffers)
+{
+    expect_success("bmode rf.yml -o picture.png --width 100");
+    const PngPicture original = read_png(folder / "picture.png");
+
+    PngPicture changed = original;
+    changed.image.pixels[static_cast<std::size_t>(7 * changed.image.width + 12)] ^= 3;
+    rewrite("changed.png", changed.image, changed.text);
+    Outcome result = run("verify changed.png");
+    EXPECT_EQ(result.code, 1);
+    EXPECT_NE(result.out.find("pixels: 1 of "), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("column 12, row 7"), std::string::npos) << result.out;
+
+    // The forger adapts the digest, too.
+    for (auto& [keyword, text] : changed.text)
+        if (keyword == "Pixels SHA-256")
+            text = digest_of(changed.image);
+    rewrite("changed.png", changed.image, changed.text);
+    EXPECT_EQ(run("verify changed.png").code, 1);
+
+    changed = original;
+    for (auto& [keyword, text] : changed.text)
+        if (keyword == "Dynamic range in dB")
+            text = "59";
+    rewrite("changed.png", changed.image, changed.text);
+    EXPECT_EQ(run("verify changed.png").code, 1);
+
+    changed = original;
+    changed.image.height -= 1;
+    changed.image.pixels.resize(static_cast<std::size_t>(changed.image.width * changed.image.height));
+    rewrite("changed.png", changed.image, changed.text);
+    EXPECT_EQ(run("verify changed.png").code, 1);
+
+    // A moved recording is found by name, a changed one is noticed, a missing one is an error.
+    fs::create_directory(folder / "away");
+    fs::rename(folder / "rf.raw", folder / "away/rf.raw");
+    fs::rename(folder / "rf.yml", folder / "away/rf.yml");
+    expect_refusal("verify picture.png", "--input");
+    EXPECT_EQ(run("verify picture.png --input away/rf.yml").code, 0);
+    std::string rf = content_of(folder / "away/rf.raw");
+    rf.back() = static_cast<char>(rf.back() ^ 1); // in the last frame, the picture shows the first
+    write_file(folder / "away/rf.raw", rf);
+    result = run("verify picture.png --input away/rf.yml");
+    EXPECT_EQ(result.code, 1);
+    EXPECT_NE(result.out.find("input: SHA-256"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("pixels: all"), std::string::npos) << result.out;
+
+    const std::string bytes = content_of(folder / "picture.png");
+    write_file(folder / "cut.png", bytes.substr(0, bytes.size() / 2));
+    expect_refusal("verify cut.png", "cut.png: damaged PNG");
+    expect_refusal("info cut.png", "cut.png: damaged PNG");
+    rewrite("plain.png", original.image, {});
+    expect_refusal("verify plain.png", "recipe");
+    expect_refusal("info plain.png", "recipe");
+    changed = original;
+    for (auto& [keyword, text] : changed.text)
+        if (keyword == "Taps")
+            text = "many";
+    rewrite("changed.png", changed.image, changed.text);
+    expect_refusal("verify changed.png", "Taps");
+    expect_refusal("verify away/rf.yml", "a PNG picture is expected");
+}
+
+TEST_F(Commands, VerifySyntheticPictures)
+{
+    const SyntheticFrame frame = synthesise(7);
+    ChainParameters wanted;
+    wanted.scale = true;
+    wanted.width = 400;
+    Chain chain(frame.description, wanted);
+    const EnvelopeFrame envelope = chain.detector().detect(frame.rf);
+    chain.set_reference(largest(envelope));
+    Recipe recipe;
+    recipe.command = "demo";
+    recipe.input = Recipe::Input::synthetic;
+    recipe.seed = 7;
+    recipe.input_digest = digest_of(frame.rf);
+    recipe.chain = chain.parameters();
+    write_picture(folder / "seven.png", chain.picture(envelope), recipe);
+    const Outcome equal = run("verify seven.png");
+    EXPECT_EQ(equal.code, 0) << equal.out << equal.err;
+    recipe.seed = 8;
+    write_picture(folder / "eight.png", chain.picture(envelope), recipe);
+    EXPECT_EQ(run("verify eight.png").code, 1);
+    expect_refusal("verify seven.png --input rf.yml", "--input");
+}
+
+TEST_F(Commands, NumberTheirSeries)
+{
+    const std::set<std::string> before = files();
+    const auto made = [&] {
+        std::set<std::string> names;
+        for (const std::string& name : files())
+            if (before.count(name) == 0) {
+                names.insert(name);
+                fs::remove(folder / name);
+            }
+        return names;
+    };
+    using Names = std::set<std::string>;
+    expect_success("bmode rf.yml -o cine.png --frames all --width 64");
+    EXPECT_EQ(run("verify cine-0002.png").code, 0);
+    const Recipe first = recipe_of(read_png(folder / "cine-0000.png").text, "");
+    const Recipe last = recipe_of(read_png(folder / "cine-0002.png").text, "");
+    EXPECT_EQ(first.chain.reference, last.chain.reference) << "one reference for all";
+    EXPECT_EQ(made(), (Names{"cine-0000.png", "cine-0001.png", "cine-0002.png"}));
+    expect_success("bmode rf.yml -o cine.png --frames 1:3 --width 64");
+    EXPECT_EQ(made(), (Names{"cine-0001.png", "cine-0002.png"}));
+    expect_success("bmode rf.yml -o cine.png --frames :1 --width 64");
+    EXPECT_EQ(made(), (Names{"cine-0000.png"}));
+    expect_success("bmode rf.yml -o cine.png --frame 1 --width 64");
+    EXPECT_EQ(made(), (Names{"cine.png"}));
+}
+
+TEST_F(Commands, WriteTheEnvelope)
+{
+    expect_success("bmode rf.yml --envelope envelope.npy --frames 1:3 --taps 21 --decimation 4");
+    const std::string npy = content_of(folder / "envelope.npy");
+    ASSERT_EQ(npy.substr(0, 8), std::string("\x93NUMPY\1\0", 8));
+    const std::size_t start = 10 + static_cast<unsigned char>(npy[8]) + 256u * static_cast<unsigned char>(npy[9]);
+    const std::string header = npy.substr(10, start - 10);
+    EXPECT_EQ(start % 64, 0u);
+    EXPECT_EQ(header.back(), '\n');
+    EXPECT_NE(header.find("'<f4'"), std::string::npos);
+    EXPECT_NE(header.find("(2,40,125,)"), std::string::npos) << header;
+    ASSERT_EQ(npy.size() - start, sizeof(float) * 2 * 40 * 125);
+
+    const Recording recording = Recording::open(folder / "rf.yml");
+    const EnvelopeFrame envelope = EnvelopeDetector(recording.description(), {21, 4, 0}).detect(recording.read_frame_i16(2));
+    EXPECT_EQ(std::memcmp(envelope.values.data(), npy.data() + start + sizeof(float) * 40 * 125, sizeof(float) * 40 * 125), 0);
+
+    const Outcome timed = run("bmode rf.yml -o picture.png --frames all --envelope envelope.npy --timing");
+    EXPECT_EQ(timed.code, 0);
+    EXPECT_EQ(timed.err, "") << "no progress in a pipe";
+    for (const char* stage : {"read", "demodulate", "envelope", "compress", "scan conversion", "write", "frames per s"})
+        EXPECT_NE(timed.out.find(stage), std::string::npos) << timed.out;
+}
+
+TEST_F(Commands, RefuseInOneLine)
+{
+    fs::create_directory(folder / "sub.png");
+    write_file(folder / "text.yml", "no: such\nthing: here\n");
+    write_file(folder / "short.raw", "too few");
+    describe("short", "file: short.raw\ncontent: rf\ntype: int16\naxes: [line, sample]\nshape: [40, 500]\n"
+                      "sampling_frequency: 40 MHz\ncenter_frequency: 5 MHz\ngeometry: {kind: linear, line_pitch: 0.3 mm}\n");
+    const std::pair<std::string, const char*> cases[] = {
+        {"", "subcommand"},
+        {"nonsense", "--help"},
+        {"bmode", "RECORDING"},
+        {"bmode rf.yml", "-o"},
+        {"bmode missing.yml -o p.png", "missing.yml"},
+        {"bmode text.yml -o p.png", "text.yml"},
+        {"bmode short.yml -o p.png", "short.raw"},
+        {"bmode . -o p.png", "a recording"},
+        {"bmode rf.yml -o p.jpg", ".png"},
+        {"bmode rf.yml -o sub.png", "folder"},
+        {"bmode rf.yml -o none/p.png", "none"},
+        {"bmode rf.yml -o rf.raw/p.png", "rf.raw"},
+        {"bmode rf.yml -o /dev/null/p.png", "/dev/null"},
+        {"bmode rf.yml -o p.png --envelope none/e.npy", "none"},
+        {"bmode rf.yml -o p.png --envelope e.txt", ".npy"},
+        {"bmode grey.yml -o p.png --envelope e.npy", "--envelope"},
+        {"bmode grey.yml -o p.png --taps 3", "grey"},
+        {"bmode iq.yml -o p.png --taps 3", "--taps"},
+        {"bmode iq.yml -o p.png --center-frequency 5MHz", "--center-frequency"},
+        {"bmode picture.yml -o p.png --scale", "--scale"},
+        {"bmode rf.yml -o p.png --frame 3", "--frame"},
+        {"bmode rf.yml -o p.png --frame -1", "--frame"},
+        {"bmode rf.yml -o p.png --frame 1 --frames all", "--frame"},
+        {"bmode rf.yml -o p.png --frames 2", "--frames"},
+        {"bmode rf.yml -o p.png --frames 2:2", "--frames"},
+        {"bmode rf.yml -o p.png --frames 0:4", "--frames"},
+        {"bmode rf.yml -o p.png --dynamic-range 0", "--dynamic-range"},
+        {"bmode rf.yml -o p.png --dynamic-range nan", "--dynamic-range"},
+        {"bmode rf.yml -o p.png --dynamic-range 60MHz", "--dynamic-range"},
+        {"bmode rf.yml -o p.png --reference inf", "--reference"},
+        {"bmode rf.yml -o p.png --reference -3", "--reference"},
+        {"bmode rf.yml -o p.png --taps 4", "--taps"},
+        {"bmode rf.yml -o p.png --taps 99999999999", "--taps"},
+        {"bmode rf.yml -o p.png --decimation 501", "--decimation"},
+        {"bmode rf.yml -o p.png --bandwidth 30MHz", "bandwidth"},
+        {"bmode rf.yml -o p.png --bandwidth 1e400", "--bandwidth"},
+        {"bmode rf.yml -o p.png --center-frequency 20MHz", "center frequency"},
+        {"bmode rf.yml -o p.png --width 0", "--width"},
+        {"bmode rf.yml -o p.png --width 100000", "width"},
+        {"bmode rf.yml -o p.png --width 12.5", "--width"},
+        {"bmode rf.yml -o p.png --no-such-option", "--no-such-option"},
+        {"bmode rf.yml -o p.png --data nowhere", "rf.raw"},
+        {"info missing.npy", "missing.npy"},
+        {"info .", "folder"},
+        {"verify missing.png", "missing.png"},
+        {"verify rf.yml", "PNG"},
+        {"verify \"$(printf 'two\\nlines.png')\"", "lines.png"},
+    };
+    for (const auto& [arguments, what] : cases)
+        expect_refusal(arguments, what);
+
+    // An input is never replaced.
+    fs::rename(folder / "rf.raw", folder / "rf.png");
+    describe("trap", "file: rf.png\ncontent: rf\ntype: int16\naxes: [line, sample]\nshape: [120, 500]\n"
+                     "sampling_frequency: 40 MHz\ncenter_frequency: 5 MHz\ngeometry: {kind: linear, line_pitch: 0.3 mm}\n");
+    const std::string rf = content_of(folder / "rf.png");
+    expect_refusal("bmode trap.yml -o rf.png", "recording itself");
+    EXPECT_EQ(content_of(folder / "rf.png"), rf);
+}
+
+TEST_F(Commands, LeaveNothingHalfWritten)
+{
+    write_file(folder / "picture.png", "of yesterday");
+    write_file(folder / "cine-0001.png", "of yesterday");
+    // No room for more than a few kilobytes.
+    for (const char* arguments :
+         {"bmode rf.yml -o picture.png --width 600", "bmode rf.yml -o cine.png --frames all --width 600",
+          "bmode rf.yml -o picture.png --width 16 --envelope envelope.npy"})
+        expect_refusal(arguments, "cannot be written", "ulimit -f 8;");
+    EXPECT_EQ(content_of(folder / "picture.png"), "of yesterday");
+    EXPECT_EQ(content_of(folder / "cine-0001.png"), "of yesterday");
+
+    // A series that is interrupted: either all of it is there or nothing.
+    describe("long", "file: long.raw\ncontent: bmode\ntype: uint8\naxes: [frame, row, column]\nshape: [400, 512, 512]\n"
+                     "geometry: {kind: picture}\n");
+    fs::resize_file((write_file(folder / "long.raw", ""), folder / "long.raw"), 400 * 512 * 512);
+    const std::set<std::string> before = files();
+    const Outcome interrupted =
+        run("bmode long.yml -o long.png --frames all", "", "& child=$!; sleep 0.3; kill -TERM $child; wait $child 2>/dev/null");
+    EXPECT_EQ(interrupted.code, 128 + SIGTERM);
+    EXPECT_EQ(files(), before);
+
+    const int status =
+        std::system(("cd '" + folder.string() + "' && '" + program() + "' info rf.yml >/dev/full 2>/dev/null").c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 2) << "messages that cannot be written";
+}
+
+TEST_F(Commands, FollowLinksAndLeaveDevicesAlone)
+{
+    write_file(folder / "real.png", "old");
+    fs::create_symlink("real.png", folder / "link.png");
+    expect_success("bmode rf.yml -o link.png --width 64");
+    EXPECT_TRUE(fs::is_symlink(folder / "link.png"));
+    EXPECT_TRUE(is_png(folder / "real.png"));
+    fs::create_symlink("/dev/null", folder / "null.png");
+    expect_refusal("bmode rf.yml -o null.png", "device");
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+}
+
+} // namespace
