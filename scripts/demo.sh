@@ -8,3 +8,4 @@ source "$(dirname "$0")/common.sh"
 scripts/install-packages.sh "${tool_packages[@]}"
 configure_and_build release -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_BENCHMARKS=OFF
 build/release/tools/echo2image demo -o "$folder"
+echo "Pictures are in $folder"

@@ -433,7 +433,7 @@ TEST(BadInput, InDescriptions)
         {"", "[a, b]: c", {"line 9", "key", "a list"}},
         {"", "title: [unclosed", {"line 10", "YAML", "this error"}},
         {"", "title: \x01", {"text", "\\x01"}},
-        {"", "--- {}", {"one YAML document", "2"}},
+        {"", "--- {}", {"one YAML document", "more"}},
         {"geometry", "", {"geometry", "kind: linear", "nothing"}},
         {"geometry", "geometry: linear", {"geometry", "a map", "\"linear\""}},
         {"geometry", "geometry: {}", {"geometry.kind", "nothing"}},
@@ -489,6 +489,7 @@ TEST(BadInput, InDescriptions)
     for (const auto& [text, word] : {std::pair<std::string, std::string>{"", "an empty file"},
                                      {"# nothing\n", "an empty file"},
                                      {"- a\n- b\n", "a list"},
+                                     {", a: b", "one YAML document"},
                                      {"just words", "\"just words\""},
                                      {std::string(2000000, ' '), "2000000"},
                                      {std::string(5000, '['), "YAML"}})

@@ -68,7 +68,6 @@ int run_demo(const DemoOptions& options)
     const GreyImage image = chain.picture(envelope, &times);
     const ScanConverter converter(frame.description.geometry, envelope.lines, envelope.samples, envelope.sample_spacing,
                                   envelope.first_sample_offset, chain.parameters().width);
-
     const GreyImage picture = with_scale(image, converter);
 
     Recipe recipe;

@@ -3,6 +3,7 @@
 #include "input_file.h"
 #include "units.h"
 
+#include <yaml-cpp/eventhandler.h>
 #include <yaml-cpp/yaml.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <limits>
 #include <map>
 #include <numeric>
+#include <sstream>
 
 namespace echo2image {
 
@@ -290,6 +292,21 @@ Stated::Place read_geometry(const fs::path& file, const YAML::Node& map)
     return place;
 }
 
+// Goes through a document without keeping anything.
+class Ignore : public YAML::EventHandler
+{
+public:
+    void OnDocumentStart(const YAML::Mark&) override {}
+    void OnDocumentEnd() override {}
+    void OnNull(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnAlias(const YAML::Mark&, YAML::anchor_t) override {}
+    void OnScalar(const YAML::Mark&, const std::string&, YAML::anchor_t, const std::string&) override {}
+    void OnSequenceStart(const YAML::Mark&, const std::string&, YAML::anchor_t, YAML::EmitterStyle::value) override {}
+    void OnSequenceEnd() override {}
+    void OnMapStart(const YAML::Mark&, const std::string&, YAML::anchor_t, YAML::EmitterStyle::value) override {}
+    void OnMapEnd() override {}
+};
+
 // The one document of a description.
 YAML::Node parse(const fs::path& file, const std::string& text)
 {
@@ -298,20 +315,26 @@ YAML::Node parse(const fs::path& file, const std::string& text)
         if (byte == 0x7f || (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r'))
             reject(file, "", "text", in_quotes(text.substr(i, 1)) + " at byte " + std::to_string(i));
     }
-    std::vector<YAML::Node> documents;
+    YAML::Node document;
+    bool another = false;
     try {
-        documents = YAML::LoadAll(text);
+        document = YAML::Load(text);
+        // Load() ignores what follows the first document, and LoadAll() never returns from some broken texts.
+        std::istringstream stream(text);
+        YAML::Parser parser(stream);
+        Ignore ignore;
+        another = parser.HandleNextDocument(ignore) && parser.HandleNextDocument(ignore);
     } catch (const YAML::Exception& error) {
         reject(file, at_line(error.mark), "YAML", "this error: " + printable(error.msg));
     }
+    if (another)
+        reject(file, "", "one YAML document", "more behind it");
     const char* expected = "a map of keys and values";
-    if (documents.empty() || documents.front().IsNull())
+    if (document.IsNull())
         reject(file, "", expected, "an empty file");
-    if (!documents.front().IsMap())
-        reject(file, "", expected, found(documents.front()));
-    if (documents.size() > 1)
-        reject(file, "", "one YAML document", std::to_string(documents.size()));
-    return documents.front();
+    if (!document.IsMap())
+        reject(file, "", expected, found(document));
+    return document;
 }
 
 std::string list(const std::vector<std::string>& names)
