@@ -260,20 +260,33 @@ TEST(MetaImage, ReadsBothFormsAndTheUltrasoundFields)
         std::string description; // beside it, if any
         std::string axes;
         std::vector<int> first_frame; // of the numbers 0, 1, 2 ...
+        double row_spacing = 0;       // millimetres
+        double column_spacing = 0;
     };
     const std::string physics = "sampling_frequency: 20 MHz\ngeometry: {kind: linear, line_pitch: 1 mm}\n";
     const std::string rf = "ElementType = MET_SHORT\nUltrasoundImageType = RF_REAL\n";
     const std::vector<Case> cases = {
         {"ElementType = MET_UCHAR\nUltrasoundImageType = BRIGHTNESS\nUltrasoundImageOrientation = MFA\nDimSize = 2 3 1\n"
+         "ElementSpacing = 1 1 1\n"
          "NDims = 3\n",
          "",
          "[frame, row, column]",
          {0, 1, 2, 3, 4, 5}},
         {"ElementType = MET_UCHAR\nUltrasoundImageType = BRIGHTNESS\nUltrasoundImageOrientation = FU\nDimSize = 3 2\n"
+         "ElementSpacing = 0.5 0.25\n"
          "NDims = 2\n",
          "",
          "[column, row]",
-         {0, 3, 1, 4, 2, 5}},
+         {0, 3, 1, 4, 2, 5},
+         0.5,
+         0.25},
+        {"ElementType = MET_UCHAR\nUltrasoundImageType = BRIGHTNESS\nUltrasoundImageOrientation = UF\nDimSize = 3 2\n"
+         "ElementSpacing = 0.5 0.25\nNDims = 2\n",
+         "",
+         "[row, column]",
+         {0, 1, 2, 3, 4, 5},
+         0.25,
+         0.5},
         {rf + "UltrasoundImageOrientation = FM\nDimSize = 3 2 2\nNDims = 3\n",
          physics,
          "[frame, line, sample]",
@@ -284,11 +297,11 @@ TEST(MetaImage, ReadsBothFormsAndTheUltrasoundFields)
          physics,
          "[line, sample, component]",
          {0, 1, 2, 3, 4, 5, 6, 7}},
-        {"ElementType = MET_SHORT\nUltrasoundImageType = RF_I_LINE_Q_LINE\nUltrasoundImageOrientation = FM\nDimSize = 2 4\n"
+        {"ElementType = MET_SHORT\nUltrasoundImageType = RF_I_LINE_Q_LINE\nUltrasoundImageOrientation = FM\nDimSize = 3 4\n"
          "NDims = 2\n",
          physics,
          "[line, component, sample]",
-         {0, 2, 1, 3, 4, 6, 5, 7}},
+         {0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11}},
         {"ElementType = MET_SHORT\nElementNumberOfChannels = 2\nDimSize = 2 2\nNDims = 2\n",
          physics + "content: iq\naxes: [line, sample, component]\n",
          "[line, sample, component]",
@@ -318,6 +331,8 @@ TEST(MetaImage, ReadsBothFormsAndTheUltrasoundFields)
             } else {
                 EXPECT_EQ(recording.read_frame_i16(0), std::vector<std::int16_t>(c.first_frame.begin(), c.first_frame.end()));
             }
+            EXPECT_DOUBLE_EQ(recording.description().geometry.row_spacing, c.row_spacing / 1000);
+            EXPECT_DOUBLE_EQ(recording.description().geometry.column_spacing, c.column_spacing / 1000);
             if (two_frames) {
                 EXPECT_EQ(recording.read_frame_i16(1).front(), 6);
             }
@@ -413,7 +428,7 @@ TEST(BadInput, InDescriptions)
         {"sampling", "sampling_frequency: 0 Hz", {"sampling_frequency", "10 kHz", "\"0 Hz\""}},
         {"sampling", "sampling_frequency: -20 MHz", {"sampling_frequency", "\"-20 MHz\""}},
         {"sampling", "sampling_frequency: 20", {"sampling_frequency", "10 kHz", "\"20\""}},
-        {"sampling", "sampling_frequency: 2 GHz", {"sampling_frequency", "1000 MHz", "\"2 GHz\""}},
+        {"sampling", "sampling_frequency: 2 GHz", {"sampling_frequency", "to 1 GHz", "\"2 GHz\""}},
         {"sampling", "sampling_frequency: nan", {"sampling_frequency", "\"nan\""}},
         {"sampling", "sampling_frequency: .inf", {"sampling_frequency", "\".inf\""}},
         {"sampling", "sampling_frequency: 20 mm", {"sampling_frequency", "a frequency", "\"20 mm\""}},

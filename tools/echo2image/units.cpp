@@ -25,7 +25,7 @@ constexpr std::array<Unit, 18> units{{
     {Quantity::frequency, "Hz", 1, true},
     {Quantity::frequency, "kHz", 1e3, true},
     {Quantity::frequency, "MHz", 1e6, true},
-    {Quantity::frequency, "GHz", 1e9},
+    {Quantity::frequency, "GHz", 1e9, true},
     {Quantity::length, "um", 1e-6},
     {Quantity::length, "\u00b5m", 1e-6}, // micro sign
     {Quantity::length, "\u03bcm", 1e-6}, // Greek mu
