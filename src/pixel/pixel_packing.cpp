@@ -65,7 +65,7 @@ UTILS_SSE_INLINE Planes unpack(const Packed& pixels)
             odd_bytes(blue_red_low, blue_red_high)};
 }
 
-// Pixels are handled 16, 4 and 1 at a time with the same arithmetic; a run of Pixels fills the low lanes.
+// Pixels are handled 16 or 4 at a time with the same arithmetic; a run of Pixels fills the low lanes.
 template <int Pixels>
 struct Run;
 
@@ -98,32 +98,20 @@ struct Run<4>
     static UTILS_SSE_INLINE void store_packed(unsigned char* p, const Packed& x) { store(p, x.quarter[0]); }
 };
 
-template <>
-struct Run<1>
-{
-    static UTILS_SSE_INLINE u8 load_plane(const unsigned char* p) { return {_mm_cvtsi32_si128(*p)}; }
-    static UTILS_SSE_INLINE void store_plane(unsigned char* p, u8 x)
-    {
-        *p = static_cast<unsigned char>(_mm_cvtsi128_si32(x.v));
-    }
-    static UTILS_SSE_INLINE Packed load_packed(const unsigned char* p)
-    {
-        const u8 pixel = load_four(p);
-        return {{pixel, pixel, pixel, pixel}};
-    }
-    static UTILS_SSE_INLINE void store_packed(unsigned char* p, const Packed& x) { store_four(p, x.quarter[0]); }
-};
-
-// compute(run, i) reads the pixels of a run from i on, put(run, i, result) writes them.
-template <int Line, class Compute, class Put, class... Streams>
-UTILS_SSE_INLINE void map_pixels(int n, const Compute& compute, const Put& put, Streams... streams)
+// compute(run, i) reads the pixels of a run from i on, put(run, i, result) writes them, one(i) does both for one pixel.
+template <int Line, class Compute, class Put, class One, class... Streams>
+UTILS_SSE_INLINE void map_pixels(int n, const Compute& compute, const Put& put, const One& one, Streams... streams)
 {
     const Rest rest = map_blocks<16, Line>(
         n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return compute(Run<16>(), i); },
         [&](std::ptrdiff_t i, const auto& result) UTILS_SSE_LAMBDA { put(Run<16>(), i, result); }, streams...);
     for_rest(
-        rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { put(Run<4>(), i, compute(Run<4>(), i)); },
-        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { put(Run<1>(), i, compute(Run<1>(), i)); });
+        rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { put(Run<4>(), i, compute(Run<4>(), i)); }, one);
+}
+
+UTILS_SSE_INLINE void store_pixel(unsigned char* packed, unsigned blue, unsigned green, unsigned red, unsigned fill)
+{
+    Memory<unsigned>::store(packed, blue | green << 8 | red << 16 | fill << 24);
 }
 
 } // namespace
@@ -134,6 +122,7 @@ void CUtils_SSE::BWToColour(unsigned char* packed, const unsigned char* grey, in
     map_pixels<1>(
         n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return pack_grey(run.load_plane(grey + i), fills); },
         [=](auto run, std::ptrdiff_t i, const Packed& pixels) UTILS_SSE_LAMBDA { run.store_packed(packed + 4 * i, pixels); },
+        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store_pixel(packed + 4 * i, grey[i], grey[i], grey[i], fill); },
         ahead<1024>(grey));
 }
 
@@ -147,6 +136,7 @@ void CUtils_SSE::RGBToColour(unsigned char* packed, const unsigned char* red, co
             return pack(run.load_plane(blue + i), run.load_plane(green + i), run.load_plane(red + i), fills);
         },
         [=](auto run, std::ptrdiff_t i, const Packed& pixels) UTILS_SSE_LAMBDA { run.store_packed(packed + 4 * i, pixels); },
+        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store_pixel(packed + 4 * i, blue[i], green[i], red[i], fill); },
         ahead<1024>(red), ahead<1024>(green), ahead<1024>(blue));
 }
 
@@ -154,7 +144,8 @@ void CUtils_SSE::ColourToBW(unsigned char* grey, const unsigned char* packed, in
 {
     map_pixels<4>(
         n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return unpack(run.load_packed(packed + 4 * i)).blue; },
-        [=](auto run, std::ptrdiff_t i, u8 blue) UTILS_SSE_LAMBDA { run.store_plane(grey + i, blue); }, ahead<1024>(packed));
+        [=](auto run, std::ptrdiff_t i, u8 blue) UTILS_SSE_LAMBDA { run.store_plane(grey + i, blue); },
+        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { grey[i] = packed[4 * i]; }, ahead<1024>(packed));
 }
 
 void CUtils_SSE::ColourToRGB(unsigned char* red, unsigned char* green, unsigned char* blue, const unsigned char* packed, int n)
@@ -165,6 +156,11 @@ void CUtils_SSE::ColourToRGB(unsigned char* red, unsigned char* green, unsigned 
             run.store_plane(red + i, planes.red);
             run.store_plane(green + i, planes.green);
             run.store_plane(blue + i, planes.blue);
+        },
+        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            red[i] = packed[4 * i + 2];
+            green[i] = packed[4 * i + 1];
+            blue[i] = packed[4 * i];
         },
         ahead<1024>(packed));
 }

@@ -94,6 +94,10 @@ struct Memory<int> : ElementMemory<int>
 {
 };
 template <>
+struct Memory<unsigned> : ElementMemory<unsigned>
+{
+};
+template <>
 struct Memory<short> : ElementMemory<short>
 {
 };
