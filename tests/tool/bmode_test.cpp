@@ -127,6 +127,17 @@ TEST(Envelope, TreatsEveryLineAlikeAndToItsEnds)
     EXPECT_LT(envelope.values[120], 1.0F);
 }
 
+TEST(Envelope, KeepsTheLastSamples)
+{
+    // One tap passes everything: the magnitude of the mixed sample, doubled. No length of line loses its end.
+    for (std::int64_t samples = 1; samples <= 20; ++samples) {
+        const std::vector<std::int16_t> frame(static_cast<std::size_t>(3 * samples), 1000);
+        const EnvelopeFrame envelope = EnvelopeDetector(rf_description(3, samples), {1, 1, 0}).detect(frame);
+        for (const float value : envelope.values)
+            ASSERT_NEAR(value, 2000, 0.5) << samples << " samples";
+    }
+}
+
 TEST(Envelope, OfQuadratureSamplesIsTheirMagnitude)
 {
     Description d = rf_description(37, 1001);

@@ -18,6 +18,7 @@
 #include <set>
 #include <string>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 using namespace echo2image;
@@ -75,7 +76,7 @@ protected:
         for (int frame = 0; frame < frames; ++frame)
             for (int line = 0; line < lines; ++line)
                 for (int sample = 0; sample < samples; ++sample) {
-                    const double echo = (1000 + 500 * frame) * std::cos(0.25 * 3.14159265 * sample) *
+                    const double echo = (frame == 1 ? 2000 : 1000) * std::cos(0.25 * 3.14159265 * sample) *
                                         std::exp(-std::pow((sample - 100 - 5 * line) / 20.0, 2));
                     const int noise = static_cast<int>(generator() % 21) - 10;
                     const auto value = static_cast<std::int16_t>(std::lround(echo) + noise);
@@ -160,8 +161,8 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
 {
     const std::string cases[] = {
         "bmode rf.yml -o picture.png",
-        "bmode rf.yml -o picture.png --frame 2 --dynamic-range 45dB --reference 1234.5 --taps 31 --decimation 3 "
-        "--bandwidth 2MHz --center-frequency '4.9 MHz' --width 333 --scale",
+        "bmode rf.yml -o picture.png --frame 2 --dynamic-range 45.3dB --reference 1234.5 --taps 31 --decimation 3 "
+        "--bandwidth 2MHz --center-frequency '4.9123456789 MHz' --width 333 --scale",
         "bmode iq.yml -o picture.png --decimation 2 --frame 1",
         "bmode grey.yml -o picture.png --width 200 --scale",
         "bmode picture.yml -o picture.png --frame 2",
@@ -185,12 +186,12 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
     const PngPicture picture = read_png(folder / "picture.png");
     const Recipe recipe = recipe_of(picture.text, "picture.png");
     EXPECT_EQ(recipe.frame, 2);
-    EXPECT_EQ(recipe.chain.dynamic_range, 45);
+    EXPECT_EQ(recipe.chain.dynamic_range, 45.3);
     EXPECT_EQ(recipe.chain.reference, 1234.5F);
     EXPECT_EQ(recipe.chain.taps, 31);
     EXPECT_EQ(recipe.chain.decimation, 3);
     EXPECT_EQ(recipe.chain.bandwidth, 2e6);
-    EXPECT_EQ(recipe.chain.center_frequency, 4.9e6);
+    EXPECT_NEAR(recipe.chain.center_frequency, 4912345.6789, 1e-6);
     EXPECT_EQ(recipe.chain.width, 333);
     EXPECT_TRUE(recipe.chain.scale);
     EXPECT_GT(picture.image.width, 333);
@@ -217,12 +218,14 @@ TEST_F(Commands, FindWhatDiffers)
     rewrite("changed.png", changed.image, changed.text);
     EXPECT_EQ(run("verify changed.png").code, 1);
 
-    changed = original;
-    for (auto& [keyword, text] : changed.text)
-        if (keyword == "Dynamic range in dB")
-            text = "59";
-    rewrite("changed.png", changed.image, changed.text);
-    EXPECT_EQ(run("verify changed.png").code, 1);
+    for (const char* changed_keyword : {"Dynamic range in dB", "Pixels SHA-256"}) {
+        changed = original;
+        for (auto& [keyword, text] : changed.text)
+            if (keyword == changed_keyword)
+                text = "59";
+        rewrite("changed.png", changed.image, changed.text);
+        EXPECT_EQ(run("verify changed.png").code, 1) << changed_keyword;
+    }
 
     changed = original;
     changed.image.height -= 1;
@@ -301,7 +304,11 @@ TEST_F(Commands, NumberTheirSeries)
     EXPECT_EQ(run("verify cine-0002.png").code, 0);
     const Recipe first = recipe_of(read_png(folder / "cine-0000.png").text, "");
     const Recipe last = recipe_of(read_png(folder / "cine-0002.png").text, "");
-    EXPECT_EQ(first.chain.reference, last.chain.reference) << "one reference for all";
+    expect_success("bmode rf.yml -o brightest.png --frame 1");
+    const Recipe brightest = recipe_of(read_png(folder / "brightest.png").text, "");
+    EXPECT_EQ(first.chain.reference, brightest.chain.reference) << "one reference for all";
+    EXPECT_EQ(last.chain.reference, brightest.chain.reference) << "one reference for all";
+    fs::remove(folder / "brightest.png");
     EXPECT_EQ(made(), (Names{"cine-0000.png", "cine-0001.png", "cine-0002.png"}));
     expect_success("bmode rf.yml -o cine.png --frames 1:3 --width 64");
     EXPECT_EQ(made(), (Names{"cine-0001.png", "cine-0002.png"}));
@@ -355,7 +362,6 @@ TEST_F(Commands, RefuseInOneLine)
         {"bmode rf.yml -o sub.png", "folder"},
         {"bmode rf.yml -o none/p.png", "none"},
         {"bmode rf.yml -o rf.raw/p.png", "rf.raw"},
-        {"bmode rf.yml -o /dev/null/p.png", "/dev/null"},
         {"bmode rf.yml -o p.png --envelope none/e.npy", "none"},
         {"bmode rf.yml -o p.png --envelope e.txt", ".npy"},
         {"bmode grey.yml -o p.png --envelope e.npy", "--envelope"},
@@ -430,16 +436,18 @@ TEST_F(Commands, LeaveNothingHalfWritten)
     EXPECT_EQ(WEXITSTATUS(status), 2) << "messages that cannot be written";
 }
 
-TEST_F(Commands, FollowLinksAndLeaveDevicesAlone)
+TEST_F(Commands, FollowLinksAndLeavePipesAlone)
 {
     write_file(folder / "real.png", "old");
     fs::create_symlink("real.png", folder / "link.png");
     expect_success("bmode rf.yml -o link.png --width 64");
     EXPECT_TRUE(fs::is_symlink(folder / "link.png"));
     EXPECT_TRUE(is_png(folder / "real.png"));
-    fs::create_symlink("/dev/null", folder / "null.png");
-    expect_refusal("bmode rf.yml -o null.png", "device");
-    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    ASSERT_EQ(mkfifo((folder / "pipe.png").c_str(), 0600), 0);
+    fs::create_symlink("pipe.png", folder / "to_pipe.png");
+    for (const char* name : {"pipe.png", "to_pipe.png"})
+        expect_refusal(std::string("bmode rf.yml -o ") + name, "pipe");
+    EXPECT_TRUE(fs::is_fifo(folder / "pipe.png"));
 }
 
 } // namespace

@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 

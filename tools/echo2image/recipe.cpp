@@ -7,7 +7,6 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
-#include <set>
 #include <system_error>
 
 namespace echo2image {
