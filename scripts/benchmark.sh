@@ -13,6 +13,6 @@ if [ "${1:-}" = --quick ]; then
     "${run[@]}" --benchmark_repetitions=2 --benchmark_min_time=0.005 --benchmark_filter='/(7|23|128|L1|L2)/'
     echo "raw result: $result"
 else
-    "${run[@]}" --benchmark_repetitions=11 --benchmark_min_time=0.01 --benchmark_display_aggregates_only=true >/dev/null
+    "${run[@]}" --benchmark_repetitions=9 --benchmark_min_time=0.005 --benchmark_display_aggregates_only=true >/dev/null
     python3 bench/table.py "$result" docs/performance.md --readme README.md
 fi

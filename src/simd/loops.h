@@ -11,7 +11,9 @@ inline namespace UTILS_SSE_TIER {
 
 constexpr int kLineBytes = 64; // of a cache line
 
-// An input stream of a loop, hinted `Distance` bytes ahead of the current position.
+// An input stream of a loop, hinted `Distance` bytes ahead of the current position. Hints are compiled in with the build
+// option UTILS_SSE_PREFETCH only: where they were measured (docs/performance.md) they gain nothing and cost up to 2.6 times
+// in memory, since the processor's own prefetch is ahead of them.
 template <int Distance, class T>
 struct Ahead
 {
@@ -82,8 +84,8 @@ UTILS_SSE_INLINE void map_group(std::ptrdiff_t i, const Compute& compute, const 
     (put(i + B * Block, results[B]), ...);
 }
 
-// compute(i) reads the Block elements from i on and returns results, put(i, results) writes them. Line: how
-// many blocks fill a line of output; 1, 2 or 4.
+// compute(i) reads the Block elements from i on and returns results, put(i, results) writes them. Line: how many
+// blocks fill a line of output; 1, 2 or 4.
 template <int Block, int Line, class Compute, class Put, class... Streams>
 UTILS_SSE_INLINE Rest map_blocks(int n, const Compute& compute, const Put& put, Streams... streams)
 {
