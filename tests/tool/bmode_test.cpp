@@ -119,7 +119,7 @@ TEST(Envelope, TreatsEveryLineAlikeAndToItsEnds)
     const EnvelopeFrame envelope = EnvelopeDetector(rf_description(lines, samples), {0, 5, 0}).detect(frame);
     ASSERT_EQ(envelope.samples, 241);
     for (std::int64_t l = 1; l < lines; ++l)
-        ASSERT_TRUE(std::equal(envelope.values.begin(), envelope.values.begin() + 241, envelope.values.begin() + l * 241))
+        ASSERT_TRUE(std::equal(envelope.values.begin(), envelope.values.begin() + 241, envelope.values.data() + l * 241))
             << "line " << l;
     // Half the filter lies beyond the line's end.
     EXPECT_GT(envelope.values[0], 0.4 * 9000);
