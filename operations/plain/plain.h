@@ -12,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 
 struct PLAIN_LIBRARY
 {
@@ -20,6 +21,8 @@ struct PLAIN_LIBRARY
 #include "vector.inc"
 
 #include "envelope.inc"
+
+#include "interpolation.inc"
 
 #include "pixel.inc"
 };
