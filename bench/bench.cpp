@@ -139,6 +139,8 @@ std::vector<Value> place(const Operation& op, const Counts& counts)
             values.emplace_back(static_cast<int>(counts.*argument.member));
         } else if (argument.element == Element::float32) {
             values.emplace_back(static_cast<float>(argument.typical));
+        } else if (argument.element == Element::int32) {
+            values.emplace_back(static_cast<int>(argument.typical));
         } else {
             values.emplace_back(static_cast<unsigned char>(argument.typical));
         }

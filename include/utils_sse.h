@@ -338,6 +338,262 @@ public:
                                                    int decimation);
 
     /** @}
+     *  @name Envelope detection with Q15 taps
+     *  The fast forms of EnvelopDetectGen(): filter length and decimation belong to the function, taps are Q15 integers. The
+     *  method is the same; so is the chain: the inputs are the outputs of DemodulateNew().
+     *
+     *  **Tap tables**, 16-byte aligned, T taps, h[0] meets the earliest sample:
+     *  - Decimation 4 (SSE4, Dec4 and D4 in the names): T / 4 vectors of 8 entries; vector g is h[4 g] .. h[4 g + 3] and the
+     *    same four once more: h0 h1 h2 h3 h0 h1 h2 h3 h4 h5 h6 h7 h4 .. A table whose halves differ is outside the contract.
+     *  - Decimation 8 (D8): the T taps in their order.
+     *
+     *  **Results.** With s = j * decimation: aI = sum of inI[s + k] * h[k] over k = 0 .. T - 1, exact products, in 32 bits that
+     *  wrap; with a sum of |h| up to 65535 (twice unit gain) nothing does. Then fI = float(aI >> 15), the shift
+     *  arithmetic (towards minus infinity), after the whole sum; aQ, fQ and, with a third signal, aC, fC likewise.
+     *  out[j] = sqrt(fQ * fQ + fI * fI), rounded as in EnvelopDetectGen(), plus fC with a third signal. Taps that sum to 32768
+     *  give the output in units of the input. Body and tail agree.
+     *
+     *  **The rest of the output line is zeroed:** out[count] .. out[outStride - 1], if count < outStride, of every line (the
+     *  general detectors leave it as it is). count = 0 zeroes whole lines; count < 0 writes nothing.
+     *
+     *  **Reads beyond.** Each input line is readable 4 samples beyond its last window for 16 and 32 taps at decimation 4.
+     *  They never matter. (This version does not read them.)
+     *
+     *  The ignored arguments are there so that every detector can be called alike: their values never matter.
+     *  @{ */
+
+    /** Envelope of lines: 12 taps, decimation 4.
+     *  @param[in]  inI         lines of (count - 1) * 4 + 12 samples; none are read when count is 0
+     *  @param[in]  inQ         as inI
+     *  @param[out] out         lines of floats, max(count, outStride) are written of each; must not overlap an input
+     *  @param[in]  h           table of 24 entries, 16-byte aligned (layout above)
+     *  @param      lines       number of lines; <= 0 does nothing
+     *  @param      inStride    samples from one input line to the next, not negative
+     *  @param      outStride   floats from one output line to the next, not negative
+     *  @param      count       outputs per line; block 8
+     *  @param      taps        ignored
+     *  @param      decimation  ignored
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenSSE4(const short* inI, const short* inQ, float* out, const short* h, int lines,
+                                                    int inStride, int outStride, int count, int taps, int decimation);
+
+    /** The same operation as EnvelopDetectGenSSE4(), without the ignored arguments; every bit is equal.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     */
+    static void UTILS_SSE_CALL EvelopDetectDec4(const short* inI, const short* inQ, float* out, const short* h, int lines,
+                                                int inStride, int outStride, int count);
+
+    /** Envelope plus a filtered third signal (pulse inversion): 12 taps, decimation 4. The third term keeps its sign: outputs
+     *  may be negative.
+     *  @param[in]  inI         lines of (count - 1) * 4 + 12 samples; none are read when count is 0
+     *  @param[in]  inQ         as inI
+     *  @param[in]  inC         as inI; the third signal
+     *  @param[out] out         lines of floats, max(count, outStride) are written of each; must not overlap an input
+     *  @param[in]  h           table of 24 entries, 16-byte aligned (layout above)
+     *  @param      lines       number of lines; <= 0 does nothing
+     *  @param      inStride    samples from one input line to the next, not negative
+     *  @param      outStride   floats from one output line to the next, not negative
+     *  @param      count       outputs per line; block 8
+     *  @param      taps        ignored
+     *  @param      decimation  ignored
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenSSE4PI(const short* inI, const short* inQ, const short* inC, float* out,
+                                                      const short* h, int lines, int inStride, int outStride, int count,
+                                                      int taps, int decimation);
+
+    /** The same operation as EnvelopDetectGenSSE4PI(), without the ignored arguments and under the name that harmonic
+     *  imaging uses; every bit is equal.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[in]  inC         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     */
+    static void UTILS_SSE_CALL EvelopDetectHarmDec4(const short* inI, const short* inQ, const short* inC, float* out,
+                                                    const short* h, int lines, int inStride, int outStride, int count);
+
+    /** As EnvelopDetectGenSSE4() with 16 taps: lines of (count - 1) * 4 + 16 samples, table of 32 entries.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     *  @param      taps        ignored
+     *  @param      decimation  ignored
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenSSED4F4(const short* inI, const short* inQ, float* out, const short* h,
+                                                       int lines, int inStride, int outStride, int count, int taps,
+                                                       int decimation);
+
+    /** As EnvelopDetectGenSSE4PI() with 16 taps: lines of (count - 1) * 4 + 16 samples, table of 32 entries.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[in]  inC         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     *  @param      taps        ignored
+     *  @param      decimation  ignored
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenSSED4F4PI(const short* inI, const short* inQ, const short* inC, float* out,
+                                                         const short* h, int lines, int inStride, int outStride, int count,
+                                                         int taps, int decimation);
+
+    /** As EnvelopDetectGenSSE4() with 32 taps: lines of (count - 1) * 4 + 32 samples, table of 64 entries.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     *  @param      taps        ignored
+     *  @param      decimation  ignored
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenSSED4F8(const short* inI, const short* inQ, float* out, const short* h,
+                                                       int lines, int inStride, int outStride, int count, int taps,
+                                                       int decimation);
+
+    /** As EnvelopDetectGenSSE4PI() with 32 taps: lines of (count - 1) * 4 + 32 samples, table of 64 entries.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[in]  inC         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     *  @param      taps        ignored
+     *  @param      decimation  ignored
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenSSED4F8PI(const short* inI, const short* inQ, const short* inC, float* out,
+                                                         const short* h, int lines, int inStride, int outStride, int count,
+                                                         int taps, int decimation);
+
+    /** As EnvelopDetectGenSSE4() with 32 taps and decimation 8: lines of (count - 1) * 8 + 32 samples, table of 32 entries in
+     *  their order, block 4.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     *  @param      taps        ignored
+     *  @param      decimation  ignored
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenSSED8F4(const short* inI, const short* inQ, float* out, const short* h,
+                                                       int lines, int inStride, int outStride, int count, int taps,
+                                                       int decimation);
+
+    /** As EnvelopDetectGenSSE4PI() with 32 taps and decimation 8: lines of (count - 1) * 8 + 32 samples, table of 32 entries
+     *  in their order, block 4.
+     *  @param[in]  inI         as there
+     *  @param[in]  inQ         as there
+     *  @param[in]  inC         as there
+     *  @param[out] out         as there
+     *  @param[in]  h           as there
+     *  @param      lines       as there
+     *  @param      inStride    as there
+     *  @param      outStride   as there
+     *  @param      count       as there
+     *  @param      taps        ignored
+     *  @param      decimation  ignored
+     */
+    static void UTILS_SSE_CALL EnvelopDetectGenSSED8F4PI(const short* inI, const short* inQ, const short* inC, float* out,
+                                                         const short* h, int lines, int inStride, int outStride, int count,
+                                                         int taps, int decimation);
+
+    /** @}
+     *  @name Envelope of one output
+     *  Low-pass and magnitude of float signals: one output of an envelope detector, with the taps as weights.
+     *  @{ */
+
+    /** sqrt(sQ * sQ + sI * sI) with sI = sum of inI[i] * w[i], sQ = sum of inQ[i] * w[i].
+     *
+     *  Sums in four lanes as in FDotProduct() with two pairs: the tail products are first summed among themselves, from 0, in
+     *  increasing index order, and that sum is added into lane 0 before the fold. Squares, their sum and the root are rounded
+     *  to single precision one after the other.
+     *  @param[in] inI  n floats
+     *  @param[in] inQ  n floats
+     *  @param[in] w    n floats, the weights
+     *  @param     n    number of floats; block 4
+     *  @return the magnitude; 0 for n <= 0
+     */
+    static float UTILS_SSE_CALL Envelope(const float* inI, const float* inQ, const float* w, int n);
+
+    /** Envelope() plus sC = sum of inC[i] * w[i] with its sign; the root is rounded before the addition. The weights come
+     *  fourth.
+     *  @param[in] inI  n floats
+     *  @param[in] inQ  n floats
+     *  @param[in] inC  n floats, the third signal
+     *  @param[in] w    n floats, the weights
+     *  @param     n    number of floats; block 4
+     *  @return the sum, which may be negative; 0 for n <= 0
+     */
+    static float UTILS_SSE_CALL EnvelopeSum(const float* inI, const float* inQ, const float* inC, const float* w, int n);
+
+    /** @}
+     *  @name Envelope smoothing
+     *  Smoothing of 8-bit envelope images by the kernel (-1, 6, 22, 6, -1) / 32: unit gain, a slight overshoot at edges. Images
+     *  are [rows][cols], rows one behind the other. Images below 5 rows are not smoothed across rows; rows or cols <= 0 does
+     *  nothing.
+     *  @{ */
+
+    /** Smooths across rows and, if asked for, along rows, by way of floats.
+     *
+     *  First work[r][c] = K(in[r - 2][c], .., in[r + 2][c]) for r = 2 .. rows - 3, with K the kernel; rows 0, 1, rows - 2 and
+     *  rows - 1 are float(in[r][c]). Nothing is rounded: all values are exact in single precision. Then
+     *  - alongRows = 0: out[r][c] = work[r][c] clamped to 0 .. 255 and **truncated**.
+     *  - else: with y = K(work[r][c - 2], .., work[r][c + 2]) for c = 2 .. cols - 3, out[r][c] = y + 0.5 truncated, and clamped
+     *    to 0 .. 255. **Columns 0, 1, cols - 2 and cols - 1 are not clamped:** there out[r][c] is the low 8 bits of
+     *    work[r][c] + 0.5 truncated towards zero, so that an overshoot to 270 gives 14 and one to -8 gives 249.
+     *  @param[out] out        [rows][cols] pixels; must not overlap another array
+     *  @param[in]  in         [rows][cols] pixels
+     *  @param[out] work       [rows][cols] floats; left with the image smoothed across rows; must not overlap another array
+     *  @param      rows       rows of the image
+     *  @param      cols       pixels of a row; block 8
+     *  @param      alongRows  0: across rows only; any other value: along rows, too
+     */
+    static void UTILS_SSE_CALL FilterTheEnvelop(unsigned char* out, const unsigned char* in, float* work, int rows, int cols,
+                                                int alongRows);
+
+    /** Smooths across rows only, in 16-bit integers.
+     *
+     *  out[r][c] = floor(K(in[r - 2][c], .., in[r + 2][c])) for r = 2 .. rows - 3, with K the kernel; rows 0, 1, rows - 2 and
+     *  rows - 1 are copied. **Body and tail differ** above 255: the body clamps to 0 .. 255; the tail, the last cols mod 16
+     *  pixels of a row, clamps to 0 but keeps the low 8 bits of what is too bright (270 gives 14).
+     *  @param[out] out        [rows][cols] pixels; must not overlap in
+     *  @param[in]  in         [rows][cols] pixels
+     *  @param      work       ignored, may be null; there for hosts that call both alike
+     *  @param      rows       rows of the image
+     *  @param      cols       pixels of a row; block 16
+     *  @param      alongRows  ignored
+     */
+    static void UTILS_SSE_CALL FilterTheEnvelopSSE(unsigned char* out, const unsigned char* in, float* work, int rows, int cols,
+                                                   int alongRows);
+
+    /** @}
      *  @name Display pixels
      *  A packed colour pixel is 4 bytes in memory order blue, green, red, fill.
      *  @{ */

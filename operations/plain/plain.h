@@ -21,5 +21,11 @@ struct PLAIN_LIBRARY
 
 #include "envelope.inc"
 
+#include "envelope_fixed.inc"
+
+#include "envelope_sums.inc"
+
+#include "envelope_smoothing.inc"
+
 #include "pixel.inc"
 };

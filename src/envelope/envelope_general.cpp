@@ -16,11 +16,13 @@
 //
 // Machine code of the inner loop (GCC 12, x86-64, two signals): 8 loads, 8 mulps, 8 addps and the tap's movss and shufps for
 // 16 outputs of I and Q, everything in registers.
+#include "envelope/detection.h"
 #include "simd/loops.h"
 #include "utils_sse.h"
 
 #include <algorithm>
 
+using namespace detection;
 using namespace simd;
 
 namespace {
@@ -45,21 +47,6 @@ constexpr int round_up_to_4(int x)
 {
     return (x + 3) & ~3;
 }
-
-// Where the signals of a line, or of a tile of it, begin.
-template <int Signals>
-struct Lines
-{
-    const short* line[Signals];
-
-    Lines from(std::ptrdiff_t sample) const
-    {
-        Lines moved = *this;
-        for (const short*& signal : moved.line)
-            signal += sample;
-        return moved;
-    }
-};
 
 // How a segment of taps of a tile of outputs lies in the stage.
 struct Phases
@@ -152,17 +139,6 @@ void add_taps(Sums<Signals>& sums, int t, const float (&stage)[Signals][kStage],
     for (int s = 0; s < Signals; ++s)
         for (int v = 0; v < Vectors; ++v)
             store(&sums[s][t + 4 * v], sum[s][v]);
-}
-
-// sqrt(Q * Q + I * I), plus the third sum with its sign. V is f32 or float.
-template <class V, int Signals>
-UTILS_SSE_INLINE V envelope(const V (&sum)[Signals])
-{
-    const V magnitude = square_root(sum[1] * sum[1] + sum[0] * sum[0]);
-    if constexpr (Signals == 3)
-        return magnitude + sum[2];
-    else
-        return magnitude;
 }
 
 // A tile of outputs by way of the stage.

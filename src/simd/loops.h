@@ -41,6 +41,18 @@ UTILS_SSE_INLINE Ahead<Distance, T> ahead(const T* p)
     return {p};
 }
 
+// f(0), f(1), .. f(Count - 1) with the numbers as constants: a short loop that is unrolled without asking the compiler.
+template <class Function, int... I>
+UTILS_SSE_INLINE void repeat(const Function& f, std::integer_sequence<int, I...>)
+{
+    (f(std::integral_constant<int, I>()), ...);
+}
+template <int Count, class Function>
+UTILS_SSE_INLINE void repeat(const Function& f)
+{
+    repeat(f, std::make_integer_sequence<int, Count>());
+}
+
 // --- loops -----------------------------------------------------------------------------------------------------------
 //
 // A loop over n elements has three stretches: groups of blocks, single blocks, and the rest one at a time. With n <= 0 none
@@ -159,6 +171,17 @@ UTILS_SSE_INLINE void for_rest(Rest rest, const Tail& tail)
 {
     for_rest(
         rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { tail(i), tail(i + 1), tail(i + 2), tail(i + 3); }, tail);
+}
+
+// body(i) computes the Block elements from i on; n is Block at least. There is no tail: the last block is moved back to end
+// with element n - 1, so that some elements are computed twice. Not for work in place.
+template <int Block, class Body>
+UTILS_SSE_INLINE void cover_blocks(int n, const Body& body)
+{
+    const std::ptrdiff_t last = n - Block;
+    for (std::ptrdiff_t i = 0; i < last; i += Block)
+        body(i);
+    body(last);
 }
 
 // dst[i] = f(src[i]...) over floats: one generic function of values is body and tail. dst may equal any src.

@@ -131,6 +131,12 @@ UTILS_SSE_INLINE i16 load_four(const short* p)
 {
     return {_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))};
 }
+// x0 x1 x2 x3 x0 x1 x2 x3
+UTILS_SSE_INLINE i16 load_four_twice(const short* p)
+{
+    const __m128i four = load_four(p).v;
+    return {_mm_unpacklo_epi64(four, four)};
+}
 UTILS_SSE_INLINE u8 load_four(const unsigned char* p)
 {
     return {_mm_cvtsi32_si128(Memory<int>::load(p))};
@@ -138,6 +144,25 @@ UTILS_SSE_INLINE u8 load_four(const unsigned char* p)
 UTILS_SSE_INLINE void store_four(unsigned char* p, u8 x)
 {
     Memory<int>::store(p, _mm_cvtsi128_si32(x.v));
+}
+UTILS_SSE_INLINE u8 load_eight(const unsigned char* p)
+{
+    return {_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))};
+}
+UTILS_SSE_INLINE void store_eight(unsigned char* p, u8 x)
+{
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(p), x.v);
+}
+
+// x, made here and now. Of integer sums compilers know that any order gives the same result; they regroup and postpone
+// them, and then run out of registers.
+template <class V>
+UTILS_SSE_INLINE V in_order(V x)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __asm__("" : "+x"(x.v));
+#endif
+    return x;
 }
 
 // --- floats --------------------------------------------------------------------------------------------------------
@@ -275,6 +300,38 @@ UTILS_SSE_INLINE u8 narrow_saturate(i16 low, i16 high)
     return {_mm_packus_epi16(low.v, high.v)};
 }
 
+UTILS_SSE_INLINE i16 broadcast_short(short x)
+{
+    return {_mm_set1_epi16(x)};
+}
+UTILS_SSE_INLINE i16 add_wrap(i16 x, i16 y)
+{
+    return {_mm_add_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 subtract_wrap(i16 x, i16 y)
+{
+    return {_mm_sub_epi16(x.v, y.v)};
+}
+// The low 16 bits of the products.
+UTILS_SSE_INLINE i16 multiply_low(i16 x, i16 y)
+{
+    return {_mm_mullo_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 bit_and(i16 x, i16 y)
+{
+    return {_mm_and_si128(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 maximum(i16 x, i16 y)
+{
+    return {_mm_max_epi16(x.v, y.v)};
+}
+// Arithmetic: rounds towards minus infinity.
+template <int Bits>
+UTILS_SSE_INLINE i16 shift_right(i16 x)
+{
+    return {_mm_srai_epi16(x.v, Bits)};
+}
+
 // f(lane, value) for the eight lanes in order; values are read as unsigned, 0 .. 65535.
 template <class Function, int... Lane>
 UTILS_SSE_INLINE void for_each_unsigned_lane(i16 x, const Function& f, std::integer_sequence<int, Lane...>)
@@ -305,11 +362,48 @@ UTILS_SSE_INLINE int absolute_wrap(int x)
     return static_cast<int>(x < 0 ? 0u - bits : bits);
 }
 
+// --- 32-bit integers -----------------------------------------------------------------------------------------------
+
+// x0 * y0 + x1 * y1, x2 * y2 + x3 * y3, .. with exact products; a sum of 2^31 (-32768 four times) wraps.
+UTILS_SSE_INLINE i32 multiply_add_pairs(i16 x, i16 y)
+{
+    return {_mm_madd_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i32 add_wrap(i32 x, i32 y)
+{
+    return {_mm_add_epi32(x.v, y.v)};
+}
+// Neighbours added: x0 + x1, x2 + x3, y0 + y1, y2 + y3.
+UTILS_SSE_INLINE i32 add_neighbours_wrap(i32 x, i32 y)
+{
+    const __m128 a = _mm_castsi128_ps(x.v);
+    const __m128 b = _mm_castsi128_ps(y.v);
+    const __m128 even = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)); // x0 x2 y0 y2
+    const __m128 odd = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));  // x1 x3 y1 y3
+    return {_mm_add_epi32(_mm_castps_si128(even), _mm_castps_si128(odd))};
+}
+// Arithmetic: rounds towards minus infinity.
+template <int Bits>
+UTILS_SSE_INLINE i32 shift_right(i32 x)
+{
+    return {_mm_srai_epi32(x.v, Bits)};
+}
+UTILS_SSE_INLINE int lane_0(i32 x)
+{
+    return _mm_cvtsi128_si32(x.v);
+}
+
 // --- bytes ---------------------------------------------------------------------------------------------------------
 
 UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
 {
     return {_mm_set1_epi8(static_cast<char>(x))};
+}
+
+// The lower eight bytes, zero-extended.
+UTILS_SSE_INLINE i16 widen_low(u8 x)
+{
+    return {_mm_unpacklo_epi8(x.v, _mm_setzero_si128())};
 }
 
 } // namespace UTILS_SSE_TIER

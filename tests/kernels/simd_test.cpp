@@ -107,6 +107,27 @@ TEST(Simd, ShortVerbsAreExactForEveryShort)
         }
 }
 
+TEST(Simd, IntegerSumsWrapAndShiftsRoundDown)
+{
+    const short x[8] = {-32768, -32768, 32767, 2, -1, 0, 100, 200};
+    const short y[8] = {-32768, -32768, 32767, 3, 1, 5, -100, 200};
+    int sum[4];
+    const i32 pairs = multiply_add_pairs(load<i16>(x), load<i16>(y));
+    store(sum, pairs);
+    const int expected[4] = {INT_MIN, 1073676295, -1, 30000};
+    EXPECT_TRUE(std::equal(sum, sum + 4, expected));
+    store(sum, add_neighbours_wrap(pairs, add_wrap(pairs, pairs)));
+    const int neighbours[4] = {INT_MIN + 1073676295, 29999, 2147352590, 59998};
+    EXPECT_TRUE(std::equal(sum, sum + 4, neighbours));
+    store(sum, shift_right<15>(pairs));
+    EXPECT_EQ(sum[2], -1);
+    EXPECT_EQ(lane_0(shift_right<15>(pairs)), -65536);
+    short half[8];
+    store(half, shift_right<1>(add_wrap(load<i16>(x), broadcast_short(1))));
+    const short halves[8] = {-16384, -16384, -16384, 1, 0, 0, 50, 100};
+    EXPECT_TRUE(std::equal(half, half + 8, halves));
+}
+
 TEST(Simd, NarrowingSaturates)
 {
     const int ints[8] = {INT_MIN, -32769, -32768, -1, 0, 32767, 32768, INT_MAX};

@@ -1,6 +1,7 @@
 #include "test_data.h"
 
 #include <cfloat>
+#include <climits>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -42,6 +43,7 @@ const float float_edges[] = {0.0f,          -0.0f,
                              -infinity,     std::numeric_limits<float>::quiet_NaN()};
 const float float_units[] = {1.0f, 1.0f, 1.0f, -1.0f, 0.5f, 2.0f};
 const short short_edges[] = {-32768, -32767, -16384, -1, 0, 1, 2, 255, 256, 16384, 32766, 32767};
+const int int_edges[] = {0, 0, 0, 0, 1, 2, -1, INT_MIN, INT_MAX}; // flags: mostly off
 const unsigned char byte_edges[] = {0, 1, 15, 16, 127, 128, 240, 254, 255};
 
 template <class T, std::size_t N>
@@ -138,6 +140,7 @@ void fill(Element element, void* data, std::size_t count, bool tame, Random& ran
     case Element::uint8:
         return fill_integers(static_cast<unsigned char*>(data), count, tame, byte_edges, random);
     case Element::int32:
+        return fill_integers(static_cast<int*>(data), count, tame, int_edges, random);
     case Element::none:
         break;
     }
