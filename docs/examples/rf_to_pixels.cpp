@@ -52,7 +52,7 @@ std::vector<short> record()
         double echo = 0;
         for (const Reflector& reflector : reflectors) {
             const double t = i - reflector.depth / millimetres_per_sample;
-            echo += 30000 * std::pow(10, reflector.level / 20) * std::exp(-t * t / 200) *
+            echo += 30000 * std::pow(10, reflector.level / 20) * std::exp(-t * t / 400) *
                     std::cos(2 * pi * center_frequency / sampling_frequency * t);
         }
         rf[static_cast<std::size_t>(i)] = rounded(echo);
