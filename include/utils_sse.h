@@ -594,6 +594,83 @@ public:
                                                    int alongRows);
 
     /** @}
+     *  @name Line interpolation
+     *  Two or four lines out of each line of a frame, before scan conversion. Every interpolated line is the linear
+     *  interpolation between its neighbours a (line l) and b (line l + 1) in the same column, rounded towards minus
+     *  infinity; columns are never mixed. The lines of a source and of its destination lie one directly behind the other,
+     *  n elements each.
+     *
+     *  The five differ in what becomes of the source lines themselves and of the last output lines, which have no second
+     *  neighbour. There is no body and no tail: all columns follow the formula. Destination and source must not overlap.
+     *  @{ */
+
+    /** Twice as many RF lines.
+     *
+     *  For l = 0 .. lines - 2: line 2l of dst is line l of src, and line 2l + 1 is (a + b) >> 1. **Ending:** line
+     *  2 lines - 2 is the last source line, and line 2 lines - 1 is filled with zeros.
+     *  @param[out] dst    [2 lines][n] samples
+     *  @param[in]  src    [lines][n] samples
+     *  @param      lines  number of source lines; <= 0 does nothing
+     *  @param      n      samples per line; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL Interpolate2(short* dst, const short* src, int lines, int n);
+
+    /** Four times as many RF lines.
+     *
+     *  For l = 0 .. lines - 2: line 4l + 1 of dst is (3a + b) >> 2, line 4l + 2 is (a + b) >> 1 and line 4l + 3 is
+     *  (a + 3b) >> 2. **Of source line l only the first n bytes are copied to line 4l:** the first n / 2 samples and, when n
+     *  is odd, the low byte of the next one; the rest of line 4l keeps what dst held. A host that wants the whole lines
+     *  copies them itself, before or after. **Ending:** each of the last four lines is the last source line, whole.
+     *  @param[in,out] dst    [4 lines][n] samples
+     *  @param[in]     src    [lines][n] samples
+     *  @param         lines  number of source lines; <= 0 does nothing
+     *  @param         n      samples per line; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL Interpolate4(short* dst, const short* src, int lines, int n);
+
+    /** Twice as many lines of pixels.
+     *
+     *  For l = 0 .. lines - 2: line 2l of dst is line l of src, and line 2l + 1 is (a + b) >> 1. **Ending:** each of the
+     *  last two lines is the last source line; unlike in Interpolate2() it is doubled.
+     *  @param[out] dst    [2 lines][n] pixels
+     *  @param[in]  src    [lines][n] pixels
+     *  @param      lines  number of source lines; <= 0 does nothing
+     *  @param      n      pixels per line; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL Interpolate2_8bit(unsigned char* dst, const unsigned char* src, int lines, int n);
+
+    /** Four times as many lines of pixels, two of every four shifted in part.
+     *
+     *  For l = 0 .. lines - 3, with c line l + 2: line 4l of dst is line l of src and line 4l + 1 is (3a + b) >> 2. With
+     *  m = n / 8 * 16 - n for n >= 16 and m = 0 below, **columns 0 .. m - 1 of the next two lines are one source line
+     *  ahead:**
+     *
+     *  | line   | columns 0 .. m - 1 | columns m .. n - 1 |
+     *  |--------|--------------------|--------------------|
+     *  | 4l + 2 | (3b + c) >> 2      | (a + b) >> 1       |
+     *  | 4l + 3 | (b + c) >> 1       | (a + 3b) >> 2      |
+     *
+     *  When n is a multiple of 8, from 16 on, this is the whole line. **Ending:** the last eight lines are filled with
+     *  zeros, or all four when lines is 1; the last two source lines therefore appear as neighbours only. Nothing behind
+     *  src or dst is read or written: m are the columns to which interpolation in floor(n / 8) steps of 16 pixels, each line
+     *  running on into the next, comes down.
+     *  @param[out] dst    [4 lines][n] pixels
+     *  @param[in]  src    [lines][n] pixels
+     *  @param      lines  number of source lines; <= 0 does nothing
+     *  @param      n      pixels per line; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL Interpolate4_8bit(unsigned char* dst, const unsigned char* src, int lines, int n);
+
+    /** Lines of pixels at a level of interpolation that the host chooses at run time.
+     *  @param[out] dst    [lines][n], [2 lines][n] or [4 lines][n] pixels, as the level says
+     *  @param[in]  src    [lines][n] pixels
+     *  @param      lines  number of source lines; <= 0 does nothing
+     *  @param      n      pixels per line; <= 0 does nothing
+     *  @param      level  0 or below: dst is a copy of src; 1: Interpolate2_8bit(); 2 or above: Interpolate4_8bit()
+     */
+    static void UTILS_SSE_CALL Interpolate_8bit(unsigned char* dst, const unsigned char* src, int lines, int n, int level);
+
+    /** @}
      *  @name Display pixels
      *  A packed colour pixel is 4 bytes in memory order blue, green, red, fill.
      *  @{ */

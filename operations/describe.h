@@ -26,6 +26,11 @@ inline long long span(long long repeats, long long step, long long length)
 
 using std::max;
 
+inline long long min(long long x, long long y)
+{
+    return std::min(x, y);
+}
+
 #define UTILS_SSE_LOCAL(name) [[maybe_unused]] const long long name = std::max(given.name, 0LL);
 #define EXTENT(formula_)                                                                                                       \
     operations::Extent                                                                                                         \

@@ -12,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 
 struct PLAIN_LIBRARY
 {
@@ -26,6 +27,8 @@ struct PLAIN_LIBRARY
 #include "envelope_sums.inc"
 
 #include "envelope_smoothing.inc"
+
+#include "interpolation.inc"
 
 #include "pixel.inc"
 };

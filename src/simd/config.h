@@ -21,10 +21,13 @@
 #if defined(_MSC_VER) && !defined(__clang__)
 #define UTILS_SSE_INLINE __forceinline
 #define UTILS_SSE_LAMBDA
+#define UTILS_SSE_APART __declspec(noinline)
 #define UTILS_SSE_OUT_OF_LINE(condition) (condition)
 #else
 #define UTILS_SSE_INLINE __attribute__((always_inline)) inline
 #define UTILS_SSE_LAMBDA __attribute__((always_inline))
+// A function of its own, so that its caller need not save registers for it.
+#define UTILS_SSE_APART __attribute__((noinline))
 // The compiler keeps what follows out of the straight path, at the price of one jump when the condition holds.
 #define UTILS_SSE_OUT_OF_LINE(condition) __builtin_expect_with_probability((condition), 0, 0.55)
 #endif

@@ -165,6 +165,41 @@ UTILS_SSE_INLINE V in_order(V x)
     return x;
 }
 
+// The lowest `Bytes` bytes of a V; load and store move exactly these, the other lanes of a loaded vector are zero.
+template <class V, int Bytes>
+struct Part
+{
+    using T = typename V::element;
+    static constexpr int elements = Bytes / static_cast<int>(sizeof(T));
+
+    static UTILS_SSE_INLINE V load(const T* p)
+    {
+        if constexpr (Bytes == 16)
+            return Memory<V>::load(p);
+        else if constexpr (Bytes == 8)
+            return {_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))};
+        else if constexpr (Bytes == 4)
+            return {_mm_cvtsi32_si128(ElementMemory<std::int32_t>::load(p))};
+        else if constexpr (Bytes == 2)
+            return {_mm_cvtsi32_si128(ElementMemory<std::uint16_t>::load(p))};
+        else
+            return {_mm_cvtsi32_si128(ElementMemory<std::uint8_t>::load(p))};
+    }
+    static UTILS_SSE_INLINE void store(T* p, V x)
+    {
+        if constexpr (Bytes == 16)
+            Memory<V>::store(p, x);
+        else if constexpr (Bytes == 8)
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(p), x.v);
+        else if constexpr (Bytes == 4)
+            ElementMemory<std::int32_t>::store(p, _mm_cvtsi128_si32(x.v));
+        else if constexpr (Bytes == 2)
+            ElementMemory<std::uint16_t>::store(p, static_cast<std::uint16_t>(_mm_cvtsi128_si32(x.v)));
+        else
+            ElementMemory<std::uint8_t>::store(p, static_cast<std::uint8_t>(_mm_cvtsi128_si32(x.v)));
+    }
+};
+
 // --- floats --------------------------------------------------------------------------------------------------------
 
 UTILS_SSE_INLINE f32 operator+(f32 x, f32 y)
@@ -393,6 +428,16 @@ UTILS_SSE_INLINE int lane_0(i32 x)
     return _mm_cvtsi128_si32(x.v);
 }
 
+// floor((x + y) / 2) of exact sums. The processor averages unsigned numbers and rounds up; seen from above, with every value
+// replaced by its distance from the largest one, up is down. Distances average to distances, so chains need one change
+// each way, which compilers find.
+UTILS_SSE_INLINE i16 average_down(i16 x, i16 y)
+{
+    const __m128i largest = _mm_set1_epi16(32767);
+    const __m128i distance = _mm_avg_epu16(_mm_xor_si128(x.v, largest), _mm_xor_si128(y.v, largest));
+    return {_mm_xor_si128(distance, largest)};
+}
+
 // --- bytes ---------------------------------------------------------------------------------------------------------
 
 UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
@@ -404,6 +449,14 @@ UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
 UTILS_SSE_INLINE i16 widen_low(u8 x)
 {
     return {_mm_unpacklo_epi8(x.v, _mm_setzero_si128())};
+}
+
+// floor((x + y) / 2), as for 16-bit integers.
+UTILS_SSE_INLINE u8 average_down(u8 x, u8 y)
+{
+    const __m128i largest = _mm_set1_epi8(-1);
+    const __m128i distance = _mm_avg_epu8(_mm_xor_si128(x.v, largest), _mm_xor_si128(y.v, largest));
+    return {_mm_xor_si128(distance, largest)};
 }
 
 } // namespace UTILS_SSE_TIER

@@ -128,6 +128,31 @@ TEST(Simd, IntegerSumsWrapAndShiftsRoundDown)
     EXPECT_TRUE(std::equal(half, half + 8, halves));
 }
 
+TEST(Simd, AveragesRoundDown)
+{
+    for (int x = 0; x < 256; ++x)
+        for (int base = 0; base < 256; base += 16) {
+            unsigned char y[16];
+            unsigned char average[16];
+            for (int lane = 0; lane < 16; ++lane)
+                y[lane] = static_cast<unsigned char>(base + lane);
+            store(average, average_down(broadcast_byte(static_cast<unsigned char>(x)), load<u8>(y)));
+            for (int lane = 0; lane < 16; ++lane)
+                ASSERT_EQ(average[lane], (x + y[lane]) / 2) << x << " and " << int{y[lane]};
+        }
+    for (const short x : std::initializer_list<short>{-32768, -32767, -3, -2, -1, 0, 1, 2, 32766, 32767})
+        for (int base = SHRT_MIN; base <= SHRT_MAX; base += 8) {
+            const short same[8] = {x, x, x, x, x, x, x, x};
+            short y[8];
+            short average[8];
+            for (int lane = 0; lane < 8; ++lane)
+                y[lane] = static_cast<short>(base + lane);
+            store(average, average_down(load<i16>(same), load<i16>(y)));
+            for (int lane = 0; lane < 8; ++lane)
+                ASSERT_EQ(average[lane], std::floor((x + y[lane]) / 2.0)) << x << " and " << y[lane];
+        }
+}
+
 TEST(Simd, NarrowingSaturates)
 {
     const int ints[8] = {INT_MIN, -32769, -32768, -1, 0, 32767, 32768, INT_MAX};
