@@ -13,8 +13,8 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using Shorts = std::vector<short>;
 
-// Widths with whole blocks, without any, and with both; up to runs that go another way.
-const std::size_t widths[] = {1, 3, 7, 8, 10, 16, 23, 40, 505, 8200, 8203};
+// Widths with whole blocks, without any, and with both; long ones go other ways, aligned and unaligned.
+const std::size_t widths[] = {1, 3, 7, 8, 10, 16, 23, 40, 505, 512, 8203, 16400};
 
 // A frame whose line l is filled with the l-th value.
 template <class T>
@@ -52,7 +52,7 @@ TEST(InterpolationAnswers, Interpolate4CopiesBytesNotSamples)
     for (const std::size_t n : widths) {
         SCOPED_TRACE(n);
         Shorts expected = frame(
-            n, Shorts{0x1234, 0x0da7, 0x091a, 0x048d, 0, 0, 1, 2, 3, -8190, -16383, -24575, -32766, -32766, -32766, -32766});
+            n, Shorts{0x1234, 0x0da7, 0x091a, 0x048d, 0, 0, 1, 2, 3, -8190, -16382, -24574, -32766, -32766, -32766, -32766});
         for (const std::size_t line : {0u, 4u, 8u}) { // the second half keeps its 77 = 0x4d
             const short a = expected[line * n];
             for (std::size_t i = n / 2; i < n; ++i)
@@ -97,7 +97,10 @@ TEST(InterpolationAnswers, Interpolate4Of8BitRunsOnIntoTheNextLine)
 TEST(InterpolationAnswers, Interpolate4Of8BitEqualsItsSteps)
 {
     const std::size_t lines = 5;
-    for (std::size_t n = 1; n < 600; n += n < 70 ? 1 : 53) {
+    std::vector<std::size_t> sizes{383, 384, 393, 512, 16400, 16411, 40000};
+    for (std::size_t n = 1; n < 70; ++n)
+        sizes.push_back(n);
+    for (const std::size_t n : sizes) {
         Bytes src(lines * n + n); // steps read on behind the frame
         for (std::size_t i = 0; i < src.size(); ++i)
             src[i] = static_cast<unsigned char>(i * i * 2654435761u >> 13);
@@ -130,11 +133,12 @@ TEST(InterpolationAnswers, Interpolate4Of8BitBlanksTheLinesThatExist)
     for (const std::size_t n : widths)
         for (const int lines : {1, 2}) {
             const auto frame_size = static_cast<std::size_t>(4 * lines) * n;
-            Bytes room(16 + frame_size + 16, 77);
+            const std::size_t margin = 8 * n;
+            Bytes room(margin + frame_size + margin, 77);
             const Bytes src(2 * n, 255);
-            CUtils_SSE::Interpolate4_8bit(room.data() + 16, src.data(), lines, static_cast<int>(n));
+            CUtils_SSE::Interpolate4_8bit(room.data() + margin, src.data(), lines, static_cast<int>(n));
             Bytes expected(room.size(), 77);
-            std::fill_n(expected.begin() + 16, frame_size, static_cast<unsigned char>(0));
+            std::fill_n(expected.begin() + static_cast<std::ptrdiff_t>(margin), frame_size, static_cast<unsigned char>(0));
             EXPECT_EQ(room, expected) << lines << " lines of " << n;
         }
 }
