@@ -356,8 +356,8 @@ public:
      *  **The rest of the output line is zeroed:** out[count] .. out[outStride - 1], if count < outStride, of every line (the
      *  general detectors leave it as it is). count = 0 zeroes whole lines; count < 0 writes nothing.
      *
-     *  **Reads beyond.** Each input line is readable 4 samples beyond its last window for 16 and 32 taps at decimation 4.
-     *  They never matter. (This version does not read them.)
+     *  **Reads beyond.** With decimation 4 and 16 or 32 taps the 4 samples behind the last window of each input line may be
+     *  read, and a host keeps them readable; their values never matter. (At present nothing beyond the windows is read.)
      *
      *  The ignored arguments are there so that every detector can be called alike: their values never matter.
      *  @{ */

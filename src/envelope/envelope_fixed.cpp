@@ -29,8 +29,8 @@ namespace {
 //   shufps                     4        4        4       12
 //   loads                     10       12       20       14
 //   all instructions          55       68      116      128    (GCC; Clang 52, 64, 112, 125)
-// A processor with three vector units spends 49 cycles on the vector instructions of eight outputs at 4, 32 and 55 at 8, 32;
-// measured are 52 and 57.
+// Three vector units spend 49 cycles on the vector instructions of eight outputs at 4, 32 and 55 at 8, 32; measured on a
+// recent Intel server core are 52 and 57.
 template <int Decimation, int Taps>
 struct Filter
 {

@@ -3,6 +3,9 @@
 // Single precision holds every product and every sum of the float definition exactly: after the pass across rows values are
 // multiples of 1/32 up to 271, after the pass along rows multiples of 1/1024 up to 289. So any order of operations gives
 // the same bits, and the pass across rows, -510 .. 8670 in units of 1/32, fits 16-bit lanes.
+//
+// Machine code of the loop of FilterTheEnvelopSSE (GCC 12 and Clang 14, x86-64), 16 pixels: 10 loads, 10 punpcklbw, 4 pmullw,
+// 8 paddw and psubw, 2 psraw, a packuswb and a store; the factors in registers, nothing on the stack.
 #include "simd/loops.h"
 #include "utils_sse.h"
 
