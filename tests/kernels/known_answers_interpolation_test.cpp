@@ -133,11 +133,12 @@ TEST(InterpolationAnswers, Interpolate4Of8BitBlanksTheLinesThatExist)
     for (const std::size_t n : widths)
         for (const int lines : {1, 2}) {
             const auto frame_size = static_cast<std::size_t>(4 * lines) * n;
-            Bytes room(16 + frame_size + 16, 77);
+            const std::size_t margin = 8 * n;
+            Bytes room(margin + frame_size + margin, 77);
             const Bytes src(2 * n, 255);
-            CUtils_SSE::Interpolate4_8bit(room.data() + 16, src.data(), lines, static_cast<int>(n));
+            CUtils_SSE::Interpolate4_8bit(room.data() + margin, src.data(), lines, static_cast<int>(n));
             Bytes expected(room.size(), 77);
-            std::fill_n(expected.begin() + 16, frame_size, static_cast<unsigned char>(0));
+            std::fill_n(expected.begin() + static_cast<std::ptrdiff_t>(margin), frame_size, static_cast<unsigned char>(0));
             EXPECT_EQ(room, expected) << lines << " lines of " << n;
         }
 }

@@ -1,6 +1,7 @@
 // The B-mode chain on made-up echoes: envelopes, grey values, geometry of pictures.
 #include "bad_input.h"
 #include "bmode.h"
+#include "envelope_difference.h"
 #include "filter_design.h"
 
 #include <gtest/gtest.h>
@@ -51,8 +52,17 @@ TEST(Envelope, FindsBurstsWhereTheyAre)
         double offset;
         DetectorOptions options;
     };
-    const Case cases[] = {{20000, 0, {}},         {20000, 0, {31, 1, 2e6}}, {300, 55.02, {0, 3, 0}},
-                          {12, -2.6, {41, 2, 0}}, {32767, 0, {0, 7, 4e6}},  {30000, -2000, {63, 0, 2e6}}};
+    const Case cases[] = {{20000, 0, {}},
+                          {20000, 0, {31, 1, 2e6}},
+                          {300, 55.02, {0, 3, 0}},
+                          {12, -2.6, {41, 2, 0}},
+                          {32767, 0, {0, 7, 4e6}},
+                          {30000, -2000, {63, 0, 2e6}},
+                          {32767, 0, {12, 4, 0}},
+                          {300, 55.02, {16, 0, 0}},
+                          {12, -2.6, {32, 8, 2e6}},
+                          {30000, 0, {32, 4, 6e6}},
+                          {20000, 0, {0, 0, 0, DetectorKind::general}}};
     for (const Case& c : cases) {
         SCOPED_TRACE("amplitude " + std::to_string(c.amplitude));
         Description d = rf_description(2, 1003);
@@ -105,6 +115,108 @@ TEST(Envelope, KeepsWeakEchoes)
     }
 }
 
+// What a recording and its user ask for, and the detector that they get.
+TEST(Envelope, ChoosesADetectorThatSuits)
+{
+    using Kind = DetectorKind;
+    struct Case
+    {
+        const char* what;
+        double sampling_frequency;
+        double center_frequency;
+        double bandwidth; // of the echoes
+        DetectorOptions options;
+        Kind kind;
+        int taps;
+        int decimation;
+    };
+    const Case cases[] = {
+        {"oversampled", 40e6, 5e6, 3e6, {}, Kind::fixed, 32, 4},
+        {"four times", 20e6, 5e6, 1e6, {}, Kind::fixed, 32, 4},
+        {"wide", 40e6, 8e6, 3.25e6, {}, Kind::fixed, 16, 4},
+        {"narrow enough for every eighth", 40e6, 5e6, 1.6e6, {}, Kind::fixed, 32, 8},
+        {"too wide for every fourth", 15.625e6, 3.5e6, 2.55e6, {}, Kind::general, 19, 1},
+        {"too narrow for 32 taps", 40e6, 5e6, 1e6, {}, Kind::general, 109, 6},
+        {"image too near for 16 taps", 40e6, 16.25e6, 3.25e6, {}, Kind::fixed, 32, 4},
+        {"wanted", 40e6, 5e6, 3e6, {0, 0, 0, Kind::general}, Kind::general, 37, 2},
+        {"odd", 40e6, 5e6, 3e6, {31, 0, 0}, Kind::general, 31, 2},
+        {"no such decimation", 40e6, 5e6, 3e6, {0, 3, 0}, Kind::general, 37, 3},
+        {"by its length", 15.625e6, 3.5e6, 2.55e6, {12, 0, 0}, Kind::fixed, 12, 4},
+        {"by its decimation", 15.625e6, 3.5e6, 2.55e6, {0, 4, 0}, Kind::fixed, 12, 4},
+        {"by both", 40e6, 5e6, 3e6, {32, 8, 0}, Kind::fixed, 32, 8},
+    };
+    for (const Case& c : cases) {
+        Description d = rf_description(1, 500);
+        d.sampling_frequency = c.sampling_frequency;
+        d.center_frequency = c.center_frequency;
+        d.bandwidth = c.bandwidth;
+        const EnvelopeDetector detector(d, c.options);
+        EXPECT_EQ(detector.kind(), c.kind) << c.what;
+        EXPECT_EQ(detector.taps(), c.taps) << c.what;
+        EXPECT_EQ(detector.decimation(), c.decimation) << c.what;
+    }
+}
+
+TEST(Envelope, OfFixedDetectorsIsThatOfTheGeneralOne)
+{
+    std::mt19937 generator(11);
+    std::vector<std::int16_t> frame(40 * 900);
+    for (std::size_t i = 0; i < frame.size(); ++i) // from the full range down to a hundredth
+        frame[i] = static_cast<std::int16_t>((static_cast<int>(generator() % 65535) - 32767) / static_cast<int>(1 + i / 360));
+    const Description d = rf_description(40, 900);
+    for (const FixedDetector& detector : fixed_detectors())
+        for (const double bandwidth : {1.5e6, 4.5e6, 6e6}) {
+            SCOPED_TRACE(detector.name);
+            const DetectorOptions fixed = {detector.taps, detector.decimation, bandwidth};
+            const DetectorOptions general = {detector.taps - 1, detector.decimation, bandwidth};
+            const EnvelopeFrame expected = EnvelopeDetector(d, general).detect(frame);
+            EnvelopeDifference difference(30); // 60 dB below full scale
+            difference.add(EnvelopeDetector(d, fixed).detect(frame), expected);
+            EXPECT_GT(difference.count(), expected.lines * expected.samples * 9 / 10);
+            EXPECT_LT(difference.rms(), 0.06);
+            EXPECT_LT(difference.largest(), 0.5);
+        }
+
+    EnvelopeFrame loud;
+    loud.lines = 1;
+    loud.samples = 3;
+    loud.values = {2, 10, 0.1F};
+    EnvelopeFrame quiet = loud;
+    quiet.values = {1, 10, 0.01F};
+    EnvelopeDifference difference(0.5); // the third is below
+    difference.add(loud, quiet);
+    difference.add(quiet, loud);
+    EXPECT_EQ(difference.count(), 4);
+    EXPECT_NEAR(difference.largest(), 6.0206, 1e-4);
+    EXPECT_NEAR(difference.rms(), 6.0206 / std::sqrt(2), 1e-4);
+}
+
+TEST(Envelope, TapTablesKeepSumsWithin32Bits)
+{
+    for (const FixedDetector& detector : fixed_detectors())
+        for (const double cutoff : {0.001, 0.06, 0.2, 0.45}) {
+            SCOPED_TRACE(detector.name + std::string(", cutoff ") + std::to_string(cutoff));
+            const std::vector<float> response = design_low_pass(detector.taps - 1, cutoff, 2);
+            const TapTable table = tap_table(detector, response);
+            EXPECT_EQ(reinterpret_cast<std::uintptr_t>(table.taps.get()) % 16, 0u);
+            std::int64_t magnitudes = 0;
+            int largest = 0;
+            for (int k = 0; k < detector.taps; ++k) {
+                const int place = detector.decimation == 4 ? k / 4 * 8 + k % 4 : k;
+                const int tap = table.taps.get()[place];
+                magnitudes += std::abs(tap);
+                largest = std::max(largest, tap);
+                if (detector.decimation == 4) {
+                    EXPECT_EQ(table.taps.get()[place + 4], tap) << k;
+                }
+                const double wanted = k < detector.taps - 1 ? response[static_cast<std::size_t>(k)] : 0;
+                EXPECT_NEAR(tap, wanted / 2 * table.gain * 32768, 4) << k;
+            }
+            EXPECT_LT(magnitudes * 32767, std::int64_t{1} << 31);
+            EXPECT_TRUE(magnitudes > 65500 || largest == 32767) << magnitudes << ": room left unused";
+        }
+}
+
 TEST(Envelope, TreatsEveryLineAlikeAndToItsEnds)
 {
     // Enough lines for several blocks of work; the first and the last samples of every line sound.
@@ -116,15 +228,19 @@ TEST(Envelope, TreatsEveryLineAlikeAndToItsEnds)
     std::vector<std::int16_t> frame;
     for (std::int64_t l = 0; l < lines; ++l)
         frame.insert(frame.end(), line.begin(), line.end());
-    const EnvelopeFrame envelope = EnvelopeDetector(rf_description(lines, samples), {0, 5, 0}).detect(frame);
-    ASSERT_EQ(envelope.samples, 241);
-    for (std::int64_t l = 1; l < lines; ++l)
-        ASSERT_TRUE(std::equal(envelope.values.begin(), envelope.values.begin() + 241, envelope.values.data() + l * 241))
-            << "line " << l;
-    // Half the filter lies beyond the line's end.
-    EXPECT_GT(envelope.values[0], 0.4 * 9000);
-    EXPECT_GT(envelope.values[240], 0.4 * 5000);
-    EXPECT_LT(envelope.values[120], 1.0F);
+    for (const DetectorOptions& options : {DetectorOptions{0, 5, 0}, {16, 4, 0}, {32, 8, 0}}) {
+        const EnvelopeFrame envelope = EnvelopeDetector(rf_description(lines, samples), options).detect(frame);
+        const auto count = static_cast<std::ptrdiff_t>(envelope.samples);
+        ASSERT_EQ(count, 1 + 1200 / options.decimation);
+        for (std::int64_t l = 1; l < lines; ++l)
+            ASSERT_TRUE(std::equal(envelope.values.begin(), envelope.values.begin() + count,
+                                   envelope.values.begin() + static_cast<std::ptrdiff_t>(l) * count))
+                << "line " << l;
+        // Half the filter lies beyond the line's end.
+        EXPECT_GT(envelope.values[0], 0.4 * 9000);
+        EXPECT_GT(envelope.values[static_cast<std::size_t>(count - 1)], 0.4 * 5000);
+        EXPECT_LT(envelope.values[static_cast<std::size_t>(count / 2)], 1.0F);
+    }
 }
 
 TEST(Envelope, KeepsTheLastSamples)
@@ -208,6 +324,9 @@ TEST(Envelope, TurnsDownWhatItCannotDo)
         {[](Description& d) { d.samples = 0; }, {}, "samples"},
         {nothing, {4, 0, 0}, "odd"},
         {nothing, {-3, 0, 0}, "odd"},
+        {nothing, {12, 8, 0}, "decimation 4"},
+        {nothing, {32, 0, 0, DetectorKind::general}, "odd"},
+        {nothing, {31, 0, 0, DetectorKind::fixed}, "no fixed-point"},
         {nothing, {0, 101, 0}, "--decimation"},
         {nothing, {0, -1, 0}, "--decimation"},
         {nothing, {0, 0, 8e6}, "bandwidth"},
@@ -249,9 +368,13 @@ TEST(Compression, GivesTheSameGreyOnEveryMachine)
     for (std::int16_t& sample : frame)
         sample = static_cast<std::int16_t>(static_cast<int>(generator() % 4001) - 2000);
     Digest digest;
-    for (const DetectorOptions& options : {DetectorOptions{}, {21, 1, 0}, {0, 5, 2.2e6}})
+    for (const DetectorOptions& options : {DetectorOptions{0, 0, 0, DetectorKind::general}, {21, 1, 0}, {0, 5, 2.2e6}})
         digest.add(compress(EnvelopeDetector(d, options).detect(frame), 1234.5F, 57.3));
     EXPECT_EQ(digest.value(), 0x990d59c3f6bf6f49u);
+    Digest fixed;
+    for (const DetectorOptions& options : {DetectorOptions{}, {12, 4, 6e6}, {16, 4, 0}, {32, 8, 2e6}})
+        fixed.add(compress(EnvelopeDetector(d, options).detect(frame), 1234.5F, 57.3));
+    EXPECT_EQ(fixed.value(), 0xb71422c32b881970u);
 }
 
 TEST(Compression, FollowsTheCurve)

@@ -161,6 +161,8 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
 {
     const std::string cases[] = {
         "bmode rf.yml -o picture.png",
+        "bmode rf.yml -o picture.png --general",
+        "bmode rf.yml -o picture.png --taps 32 --decimation 8",
         "bmode rf.yml -o picture.png --frame 2 --dynamic-range 45.3dB --reference 1234.5 --taps 31 --decimation 3 "
         "--bandwidth 2MHz --center-frequency '4.9123456789 MHz' --width 333 --scale",
         "bmode iq.yml -o picture.png --decimation 2 --frame 1",
@@ -182,12 +184,15 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
         EXPECT_EQ(content_of(folder / "picture.png"), bytes) << "another run gave another file";
     }
     // Every parameter travels, and the numbers without loss.
-    expect_success(cases[1]);
+    expect_success(cases[0]);
+    EXPECT_EQ(recipe_of(read_png(folder / "picture.png").text, "").chain.detector, DetectorKind::fixed);
+    expect_success(cases[3]);
     const PngPicture picture = read_png(folder / "picture.png");
     const Recipe recipe = recipe_of(picture.text, "picture.png");
     EXPECT_EQ(recipe.frame, 2);
     EXPECT_EQ(recipe.chain.dynamic_range, 45.3);
     EXPECT_EQ(recipe.chain.reference, 1234.5F);
+    EXPECT_EQ(recipe.chain.detector, DetectorKind::general);
     EXPECT_EQ(recipe.chain.taps, 31);
     EXPECT_EQ(recipe.chain.decimation, 3);
     EXPECT_EQ(recipe.chain.bandwidth, 2e6);
@@ -335,6 +340,11 @@ TEST_F(Commands, WriteTheEnvelope)
     const EnvelopeFrame envelope = EnvelopeDetector(recording.description(), {21, 4, 0}).detect(recording.read_frame_i16(2));
     EXPECT_EQ(std::memcmp(envelope.values.data(), npy.data() + start + sizeof(float) * 40 * 125, sizeof(float) * 40 * 125), 0);
 
+    const Outcome compared = run("bmode rf.yml --compare --frames all --taps 32");
+    EXPECT_EQ(compared.code, 0) << compared.err;
+    for (const char* text : {"EnvelopDetectGenSSED8F4", "60 dB below white", "31 taps", "37 taps", "rms", "largest"})
+        EXPECT_NE(compared.out.find(text), std::string::npos) << compared.out;
+
     const Outcome timed = run("bmode rf.yml -o picture.png --frames all --envelope envelope.npy --timing");
     EXPECT_EQ(timed.code, 0);
     EXPECT_EQ(timed.err, "") << "no progress in a pipe";
@@ -381,6 +391,12 @@ TEST_F(Commands, RefuseInOneLine)
         {"bmode rf.yml -o p.png --reference inf", "--reference"},
         {"bmode rf.yml -o p.png --reference -3", "--reference"},
         {"bmode rf.yml -o p.png --taps 4", "--taps"},
+        {"bmode rf.yml -o p.png --taps 12 --decimation 8", "--taps"},
+        {"bmode rf.yml -o p.png --taps 32 --general", "--taps"},
+        {"bmode rf.yml -o p.png --compare --general", "--compare"},
+        {"bmode rf.yml -o p.png --compare --decimation 3", "--compare"},
+        {"bmode iq.yml -o p.png --compare", "--compare"},
+        {"bmode grey.yml -o p.png --general", "--general"},
         {"bmode rf.yml -o p.png --taps 99999999999", "--taps"},
         {"bmode rf.yml -o p.png --decimation 501", "--decimation"},
         {"bmode rf.yml -o p.png --bandwidth 30MHz", "bandwidth"},

@@ -1,6 +1,7 @@
 // From echoes to a grey picture: the chain that `bmode` and `demo` run, built on the kernels of utils_sse.
 #pragma once
 
+#include "fixed_detector.h"
 #include "recording.h"
 
 #include <chrono>
@@ -43,12 +44,21 @@ private:
     std::chrono::steady_clock::time_point start_;
 };
 
-// What the low-pass of the detector looks like. Zero means: chosen from sampling rate and bandwidth.
+// Which of the library's detectors works on RF.
+enum class DetectorKind
+{
+    automatic, // fixed where one fits, else general
+    general,   // EnvelopDetectGen: any odd number of taps, any decimation
+    fixed,     // taps of 16 bits; 12, 16 or 32 at decimation 4, or 32 at decimation 8; several times faster
+};
+
+// What the detector's low-pass looks like. Zero means: chosen from sampling rate and bandwidth.
 struct DetectorOptions
 {
-    int taps = 0;         // odd
+    int taps = 0;         // general: odd
     int decimation = 0;   // samples from one output to the next
     double bandwidth = 0; // Hz, two-sided, -6 dB
+    DetectorKind kind = DetectorKind::automatic;
 };
 
 // Envelope of one frame: [line][sample] in units of the recording's samples.
@@ -66,10 +76,12 @@ class EnvelopeDetector
 {
 public:
     EnvelopeDetector(const Description& description, const DetectorOptions& options); // throws BadInput
-    // RF through DemodulateNew and EnvelopDetectGen; I/Q through EnvelopDetectGen with one tap.
+    // RF through DemodulateNew and the detector; I/Q through EnvelopDetectGen with one tap.
     EnvelopeFrame detect(const std::vector<std::int16_t>& frame, StageTimes* times = nullptr) const;
 
-    int taps() const { return static_cast<int>(taps_.size()); }
+    DetectorKind kind() const { return fixed_ != nullptr ? DetectorKind::fixed : DetectorKind::general; }
+    const char* name() const; // the function's
+    int taps() const { return fixed_ != nullptr ? fixed_->taps : static_cast<int>(taps_.size()); }
     int decimation() const { return decimation_; }
     double bandwidth() const { return bandwidth_; } // Hz; 0 for I/Q, which are not filtered
     std::int64_t samples() const;                   // per line of an envelope
@@ -80,7 +92,9 @@ private:
     void detect_iq(const std::vector<std::int16_t>& frame, EnvelopeFrame& envelope, StageTimes* times) const;
 
     Description description_;
-    std::vector<float> taps_; // sum 2: mixing halves the amplitude
+    std::vector<float> taps_;              // sum 2: mixing halves the amplitude
+    const FixedDetector* fixed_ = nullptr; // null: the general one
+    TapTable table_;                       // of the fixed one
     int decimation_ = 1;
     double bandwidth_ = 0;
     int padded_ = 0;                              // RF: samples of a line with silence around it, whole blocks of 8

@@ -1,5 +1,6 @@
 #include "bad_input.h"
 #include "commands.h"
+#include "envelope_difference.h"
 #include "npy_write.h"
 #include "progress.h"
 #include "recipe.h"
@@ -10,9 +11,11 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,6 +40,8 @@ struct BmodeOptions
     std::string bandwidth;
     std::string center_frequency;
     std::string width;
+    bool general = false;
+    bool compare = false;
     bool scale = false;
     bool timing = false;
 };
@@ -72,6 +77,7 @@ ChainParameters wanted_by(const BmodeOptions& options)
     wanted.taps = whole("--taps", options.taps, any);
     wanted.decimation = whole("--decimation", options.decimation, any);
     wanted.width = whole("--width", options.width, any);
+    wanted.detector = options.general ? DetectorKind::general : DetectorKind::automatic;
     wanted.scale = options.scale;
     return wanted;
 }
@@ -157,6 +163,64 @@ std::string table_of(const StageTimes& times, double total, std::int64_t frames)
     return table + line;
 }
 
+// The fixed-point detector's envelopes beside those of the general one, which filters the same samples to the same places:
+// once with the same taps, which shows the rounding, and once with those it would choose.
+class Comparison
+{
+public:
+    Comparison(const Recording& recording, const ChainParameters& wanted, const Chain& fixed)
+        : same_taps_(recording.description(), general(wanted, fixed, fixed.parameters().taps - 1)),
+          own_taps_(recording.description(), general(wanted, fixed, 0)), name_(fixed.detector().name()),
+          parameters_(fixed.parameters())
+    {}
+    // The floor is known when the reference is.
+    void set_reference(float reference)
+    {
+        floor_ = double{reference} * std::pow(10, -parameters_.dynamic_range / 20);
+        same_ = own_ = EnvelopeDifference(floor_);
+    }
+    void add(const std::vector<std::int16_t>& samples, const EnvelopeFrame& found)
+    {
+        same_.add(found, same_taps_.envelope(samples));
+        own_.add(found, own_taps_.envelope(samples));
+    }
+    std::string table() const
+    {
+        char line[160];
+        std::snprintf(line, sizeof line,
+                      "%s, %d taps, decimation %d, against EnvelopDetectGen where that is above %.4g (%g dB below white):\n",
+                      name_, parameters_.taps, parameters_.decimation, floor_, parameters_.dynamic_range);
+        std::string table = line;
+        const auto add = [&](const char* taps, const Chain& general, const EnvelopeDifference& difference) {
+            std::snprintf(line, sizeof line, "  %-14s %4d taps   rms %6.3f dB   largest %7.3f dB   %lld values\n", taps,
+                          general.parameters().taps, difference.rms(), difference.largest(),
+                          static_cast<long long>(difference.count()));
+            table += line;
+        };
+        add("same low-pass", same_taps_, same_);
+        add("its own", own_taps_, own_);
+        return table;
+    }
+
+private:
+    static ChainParameters general(ChainParameters wanted, const Chain& fixed, int taps)
+    {
+        wanted.detector = DetectorKind::general;
+        wanted.taps = taps;
+        wanted.decimation = fixed.parameters().decimation;
+        wanted.bandwidth = fixed.parameters().bandwidth;
+        return wanted;
+    }
+
+    Chain same_taps_;
+    Chain own_taps_;
+    const char* name_;
+    ChainParameters parameters_;
+    double floor_ = 0;
+    EnvelopeDifference same_{0};
+    EnvelopeDifference own_{0};
+};
+
 class BmodeRun
 {
 public:
@@ -165,6 +229,12 @@ public:
     {
         if (!options.envelope.empty() && !chain_.has_envelope())
             throw BadInput(options.recording + ": --envelope needs RF or I/Q, found grey values");
+        if (options.compare) {
+            if (!chain_.has_envelope() || chain_.detector().kind() != DetectorKind::fixed)
+                throw BadInput(options.recording + ": --compare needs a fixed-point detector, but " +
+                               (options.general || !chain_.has_envelope() ? "none is used" : "none fits this recording"));
+            comparison_.emplace(recording, wanted_by(options), chain_);
+        }
     }
 
     void run()
@@ -188,8 +258,10 @@ public:
             recipe_.file = options_.recording;
             recipe_.input_digest = recording_.digest();
         }
-        if (chain_.has_envelope() && chain_.parameters().reference == 0 && !names.empty())
+        if (chain_.has_envelope() && chain_.parameters().reference == 0 && (!names.empty() || comparison_))
             find_reference();
+        if (comparison_)
+            comparison_->set_reference(chain_.parameters().reference);
 
         const auto start = std::chrono::steady_clock::now();
         Progress progress("pictures", range_.end - range_.first);
@@ -221,6 +293,8 @@ public:
                             static_cast<double>(chain_.parameters().reference));
             std::printf("\n");
         }
+        if (comparison_)
+            std::fputs(comparison_->table().c_str(), stdout);
         if (options_.timing)
             std::fputs(table_of(times_, seconds_, range_.end - range_.first).c_str(), stdout);
     }
@@ -232,7 +306,7 @@ private:
             const StageTimer timer(&times_, "read", recording_.description().lines);
             return recording_.read_frame_i16(frame);
         }();
-        return chain_.detector().detect(samples, &times_);
+        return chain_.envelope(samples, &times_);
     }
 
     // White is the largest envelope of all frames. Of a single frame the envelope is kept.
@@ -261,6 +335,8 @@ private:
         GreyImage image;
         if (chain_.has_envelope()) {
             const EnvelopeFrame envelope = kept_.values.empty() ? envelope_of(frame) : std::move(kept_);
+            if (comparison_)
+                comparison_->add(recording_.read_frame_i16(frame), envelope);
             if (!options_.envelope.empty()) {
                 const StageTimer timer(&times_, "write envelope", lines);
                 write_npy_values(files_.front(), envelope.values);
@@ -288,6 +364,7 @@ private:
     const Recording& recording_;
     FrameRange range_;
     Chain chain_;
+    std::optional<Comparison> comparison_;
     Recipe recipe_;
     EnvelopeFrame kept_;
     std::vector<OutputFile> files_; // of the envelope, when wanted, then of the pictures
@@ -300,8 +377,8 @@ private:
 
 int run_bmode(const BmodeOptions& options)
 {
-    if (options.output.empty() && options.envelope.empty())
-        throw BadInput("bmode: expected an output, -o PICTURE.png or --envelope FILE.npy, found none");
+    if (options.output.empty() && options.envelope.empty() && !options.compare)
+        throw BadInput("bmode: expected an output, -o PICTURE.png, --envelope FILE.npy or --compare, found none");
     const Recording recording = Recording::open(options.recording, options.data);
     const FrameRange range = chosen_frames(options, recording.description());
     BmodeRun run(options, recording, range);
@@ -342,9 +419,15 @@ Command add_bmode_command(CLI::App& program)
     app->add_option("--bandwidth", options->bandwidth, "Two-sided, between the -6 dB points of the low-pass")
         ->type_name("FREQUENCY")
         ->group(envelope);
-    app->add_option("--taps", options->taps, "Length of the low-pass, odd")->type_name("N")->group(envelope);
+    app->add_option("--taps", options->taps,
+                    "Length of the low-pass: 12, 16 or 32 (fixed-point detectors), or odd (the general one)")
+        ->type_name("N")
+        ->group(envelope);
     app->add_option("--decimation", options->decimation, "Samples from one envelope value to the next; also of I/Q")
         ->type_name("N")
+        ->group(envelope);
+    app->add_flag("--general", options->general, "Use the general detector even where a fixed-point one fits")->group(envelope);
+    app->add_flag("--compare", options->compare, "Print how far the fixed-point envelope is from the general detector's")
         ->group(envelope);
     app->add_option("--envelope", options->envelope, "Also write the envelope, float32 [frame][line][sample]")
         ->type_name("FILE.npy")

@@ -63,7 +63,7 @@ int run_demo(const DemoOptions& options)
         frame = synthesise(seed);
     }
     Chain chain(frame.description, ChainParameters());
-    const EnvelopeFrame envelope = chain.detector().detect(frame.rf, &times);
+    const EnvelopeFrame envelope = chain.envelope(frame.rf, &times);
     chain.set_reference(largest(envelope));
     const GreyImage image = chain.picture(envelope, &times);
     const ScanConverter converter(frame.description.geometry, envelope.lines, envelope.samples, envelope.sample_spacing,

@@ -53,7 +53,7 @@ Repetition repeat(const Recipe& recipe, const VerifyOptions& options)
         const SyntheticFrame frame = synthesise(recipe.seed);
         repetition.input_digest = digest_of(frame.rf);
         const Chain chain(frame.description, recipe.chain);
-        repetition.image = chain.picture(chain.detector().detect(frame.rf));
+        repetition.image = chain.picture(chain.envelope(frame.rf));
         return repetition;
     }
     const Recording recording = Recording::open(recording_of(recipe, options), options.data);
@@ -62,7 +62,7 @@ Repetition repeat(const Recipe& recipe, const VerifyOptions& options)
         if (recipe.frame >= recording.description().frames)
             throw BadInput("frame " + std::to_string(recipe.frame) + " of " + std::to_string(recording.description().frames));
         const Chain chain(recording.description(), recipe.chain);
-        repetition.image = chain.has_envelope() ? chain.picture(chain.detector().detect(recording.read_frame_i16(recipe.frame)))
+        repetition.image = chain.has_envelope() ? chain.picture(chain.envelope(recording.read_frame_i16(recipe.frame)))
                                                 : chain.picture(recording.read_frame_u8(recipe.frame));
     } catch (const BadInput& error) {
         if (repetition.input_digest == recipe.input_digest)

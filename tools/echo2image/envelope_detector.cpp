@@ -9,7 +9,6 @@
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string>
 
 namespace echo2image {
@@ -21,17 +20,6 @@ static_assert(std::is_same_v<std::int16_t, short>, "the kernels' samples are sho
 constexpr std::int64_t most_samples = 1 << 27; // of a line; keeps every size within the kernels' ints
 constexpr std::int64_t block_samples = 32768;  // lines are worked on in blocks of about this size
 constexpr int demodulation_block = 8;          // DemodulateNew zeroes what remains behind the last whole block
-
-// Memory at 16-byte boundaries, zeroed.
-std::unique_ptr<std::int16_t, void (*)(void*)> aligned_samples(std::int64_t count)
-{
-    void* memory = CUtils_SSE::aligned_malloc(static_cast<unsigned int>(count) * sizeof(std::int16_t), 16);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    auto* samples = static_cast<std::int16_t*>(memory);
-    std::fill_n(samples, count, std::int16_t{0});
-    return {samples, [](void* block) { CUtils_SSE::aligned_free(block); }};
-}
 
 std::int64_t lines_per_block(std::int64_t samples, std::int64_t lines)
 {
@@ -100,13 +88,23 @@ EnvelopeDetector::EnvelopeDetector(const Description& description, const Detecto
     const DetectorOptions chosen = choose_detector(description, options);
     decimation_ = chosen.decimation;
     bandwidth_ = chosen.bandwidth;
-    taps_ = design_low_pass(chosen.taps, 0.5 * bandwidth_ / description.sampling_frequency, 2.0);
+    const double cutoff = 0.5 * bandwidth_ / description.sampling_frequency;
+    int line_end = 0; // samples that must be readable behind the last window
+    if (chosen.kind == DetectorKind::fixed) {
+        // An odd filter has its middle on a sample; the last tap is zero.
+        fixed_ = find_fixed_detector(chosen.taps, chosen.decimation);
+        taps_ = design_low_pass(chosen.taps - 1, cutoff, 2.0);
+        table_ = tap_table(*fixed_, taps_);
+        line_end = 1 + fixed_detector_overread;
+    } else {
+        taps_ = design_low_pass(chosen.taps, cutoff, 2.0);
+    }
     if (!(std::fabs(description.offset) <= 32768))
         throw BadInput(where + "offset must lie within the 16 bits of the samples, found " +
                        std::to_string(description.offset));
 
     // Half a filter of silence on either side centers output j on sample j * decimation and keeps the line's depth range.
-    const std::int64_t padded = description.samples + chosen.taps - 1;
+    const std::int64_t padded = description.samples + static_cast<std::int64_t>(taps_.size()) - 1 + line_end;
     padded_ = static_cast<int>((padded + demodulation_block - 1) / demodulation_block * demodulation_block);
     std::shared_ptr<std::int16_t> carrier = aligned_samples(std::int64_t{2} * padded_);
     const double turns_per_sample = description.center_frequency / description.sampling_frequency;
@@ -117,6 +115,11 @@ EnvelopeDetector::EnvelopeDetector(const Description& description, const Detecto
         carrier.get()[padded_ + i] = q15(-portable::sin(angle));
     }
     carrier_ = carrier;
+}
+
+const char* EnvelopeDetector::name() const
+{
+    return fixed_ != nullptr ? fixed_->name : "EnvelopDetectGen";
 }
 
 std::int64_t EnvelopeDetector::samples() const
@@ -175,9 +178,17 @@ void EnvelopeDetector::detect_rf(const std::vector<std::int16_t>& frame, Envelop
                                       static_cast<int>(lines), padded_);
         }
         const StageTimer timer(times, "envelope", lines);
-        CUtils_SSE::EnvelopDetectGen(in_phase.get(), quadrature.get(), envelope.values.data() + first * envelope.samples,
-                                     taps.data(), static_cast<int>(lines), padded_, static_cast<int>(envelope.samples),
-                                     static_cast<int>(envelope.samples), static_cast<int>(taps.size()), decimation_);
+        const int count = static_cast<int>(envelope.samples);
+        float* const values = envelope.values.data() + first * envelope.samples;
+        if (fixed_ != nullptr) {
+            fixed_->detect(in_phase.get(), quadrature.get(), values, table_.taps.get(), static_cast<int>(lines), padded_, count,
+                           count, fixed_->taps, decimation_);
+            CUtils_SSE::FScaleArray(values, values, static_cast<float>(2.0 / table_.gain) * gain.undo(),
+                                    static_cast<int>(lines) * count);
+        } else {
+            CUtils_SSE::EnvelopDetectGen(in_phase.get(), quadrature.get(), values, taps.data(), static_cast<int>(lines),
+                                         padded_, count, count, static_cast<int>(taps.size()), decimation_);
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 #include "filter_design.h"
 
 #include "bad_input.h"
+#include "fixed_detector.h"
 #include "portable_math.h"
 
 #include <algorithm>
@@ -28,6 +29,13 @@ constexpr double samples_per_period = 4;
 // The bell's skirts end at one bandwidth from the center; the image must lie beyond, together with half its own width.
 constexpr double image_distance = 1.5;
 
+// What a fixed detector must keep to. Shorter filters are wider than asked for, by up to a quarter at this length.
+constexpr double fewest_taps_per_period = 1.8;
+// At most 0.6 dB of an echo of the stated bandwidth is lost between two envelope samples. With fewer samples than these
+// speckle looks coarse: its dark spots fall between them.
+constexpr double fewest_samples_per_period = 2;
+constexpr double image_rejection = 0.01; // of what the low-pass passes
+
 std::string megahertz(double hertz)
 {
     char text[40];
@@ -38,6 +46,71 @@ std::string megahertz(double hertz)
 bool positive(double value)
 {
     return std::isfinite(value) && value > 0;
+}
+
+// The largest response to the mixing image, which is as wide as the echoes; relative to the response at zero.
+double response_to_image(const std::vector<float>& taps, double image, double bandwidth)
+{
+    constexpr int steps = 16;
+    const int half = (static_cast<int>(taps.size()) - 1) / 2;
+    double largest = 0;
+    for (int i = 0; i <= steps; ++i) {
+        const double frequency = image + bandwidth / margin * (static_cast<double>(i) / steps - 0.5);
+        double sum = 0;
+        for (int k = -half; k <= half; ++k)
+            sum += double{taps[static_cast<std::size_t>(k + half)]} * portable::cos(2 * portable::pi * frequency * k);
+        largest = std::max(largest, std::fabs(sum));
+    }
+    return largest;
+}
+
+// Whether a fixed detector does justice to a band; bandwidth and image in cycles per sample.
+bool fits(const FixedDetector& detector, double bandwidth, double image, bool any_decimation)
+{
+    return (detector.taps - 1) * bandwidth >= fewest_taps_per_period &&
+           (any_decimation || detector.decimation * bandwidth * fewest_samples_per_period <= 1) &&
+           response_to_image(design_low_pass(detector.taps - 1, 0.5 * bandwidth, 1.0), image, bandwidth) <= image_rejection;
+}
+
+// The least work that does justice to the recording, among the fixed detectors that have what the options ask for. What the
+// options ask for is not questioned.
+const FixedDetector* choose_fixed(const DetectorOptions& options, double bandwidth, double image)
+{
+    for (const FixedDetector& detector : fixed_detectors()) {
+        const bool wanted = (options.taps == 0 || options.taps == detector.taps) &&
+                            (options.decimation == 0 || options.decimation == detector.decimation);
+        if (wanted && (options.taps != 0 || fits(detector, bandwidth, image, options.decimation != 0)))
+            return &detector;
+    }
+    return nullptr;
+}
+
+void choose_taps(DetectorOptions& options, const Description& description, double image)
+{
+    const double period = description.sampling_frequency / options.bandwidth; // in samples
+    const bool fixed_length = options.taps != 0 && options.taps % 2 == 0;
+    if (options.kind != DetectorKind::general && (fixed_length || options.taps == 0)) {
+        if (const FixedDetector* fixed = choose_fixed(options, 1 / period, image)) {
+            options.kind = DetectorKind::fixed;
+            options.taps = fixed->taps;
+            options.decimation = fixed->decimation;
+            return;
+        }
+    }
+    if (options.kind == DetectorKind::fixed)
+        throw BadInput(description.source.string() + ": no fixed-point detector fits a bandwidth of " +
+                       megahertz(options.bandwidth) + " at a sampling rate of " + megahertz(description.sampling_frequency));
+    options.kind = DetectorKind::general;
+    if (options.taps == 0)
+        options.taps = std::min(most_taps, 2 * static_cast<int>(std::ceil(taps_per_period * period / 2)) + 1);
+    else if (options.taps < 1 || options.taps > most_taps || options.taps % 2 == 0)
+        throw BadInput("--taps must be an odd number from 1 to " + std::to_string(most_taps) +
+                       ", or 12, 16 or 32 for a fixed-point detector of decimation 4 (32: or 8), found " +
+                       std::to_string(options.taps));
+
+    if (options.decimation == 0)
+        options.decimation = std::clamp(static_cast<int>(std::floor(period / samples_per_period)), 1,
+                                        static_cast<int>(std::min<std::int64_t>(description.samples, 1000)));
 }
 
 } // namespace
@@ -90,16 +163,7 @@ DetectorOptions choose_detector(const Description& description, const DetectorOp
                        megahertz(options.bandwidth));
     }
 
-    const double period = fs / chosen.bandwidth; // in samples
-    if (options.taps == 0)
-        chosen.taps = std::min(most_taps, 2 * static_cast<int>(std::ceil(taps_per_period * period / 2)) + 1);
-    else if (options.taps < 1 || options.taps > most_taps || options.taps % 2 == 0)
-        throw BadInput("--taps must be an odd number from 1 to " + std::to_string(most_taps) + ", found " +
-                       std::to_string(options.taps));
-
-    if (options.decimation == 0)
-        chosen.decimation = std::clamp(static_cast<int>(std::floor(period / samples_per_period)), 1,
-                                       static_cast<int>(std::min<std::int64_t>(description.samples, 1000)));
+    choose_taps(chosen, description, image / fs);
     return chosen;
 }
 

@@ -24,6 +24,7 @@ constexpr char seed[] = "Seed";
 constexpr char frame[] = "Frame";
 constexpr char input_digest[] = "Input SHA-256";
 constexpr char center_frequency[] = "Center frequency in Hz";
+constexpr char detector[] = "Detector";
 constexpr char taps[] = "Taps";
 constexpr char decimation[] = "Decimation";
 constexpr char bandwidth[] = "Bandwidth in Hz";
@@ -33,6 +34,9 @@ constexpr char width[] = "Width";
 constexpr char scale[] = "Scale";
 constexpr char pixel_digest[] = "Pixels SHA-256";
 } // namespace keyword
+
+constexpr char detector_general[] = "general";
+constexpr char detector_fixed[] = "fixed-point";
 
 // Shortest text that reads back as the same number.
 template <class Number>
@@ -99,8 +103,8 @@ Chain::Chain(const Description& description, const ChainParameters& wanted) : pa
         throw BadInput(where + "only RF takes --center-frequency, found " + to_string(description.content));
     if (description.content == Content::bmode) {
         if (wanted.taps != 0 || wanted.decimation != 0 || wanted.bandwidth != 0 || wanted.reference != 0 ||
-            wanted.dynamic_range != 0)
-            throw BadInput(where + "holds grey values already; --taps, --decimation, --bandwidth, --reference and "
+            wanted.dynamic_range != 0 || wanted.detector != DetectorKind::automatic)
+            throw BadInput(where + "holds grey values already; --taps, --decimation, --bandwidth, --general, --reference and "
                                    "--dynamic-range have nothing to act on");
         converter_.emplace(description.geometry, description.lines, description.samples, description.sample_spacing, 0.0,
                            wanted.width);
@@ -119,10 +123,11 @@ Chain::Chain(const Description& description, const ChainParameters& wanted) : pa
                 throw BadInput("the center frequency must be positive, found " + text_of(wanted.center_frequency) + " Hz");
             effective.center_frequency = wanted.center_frequency;
         }
-        detector_.emplace(effective, DetectorOptions{wanted.taps, wanted.decimation, wanted.bandwidth});
+        detector_.emplace(effective, DetectorOptions{wanted.taps, wanted.decimation, wanted.bandwidth, wanted.detector});
         parameters_.decimation = detector_->decimation();
         if (description.content == Content::rf) {
             parameters_.center_frequency = effective.center_frequency;
+            parameters_.detector = detector_->kind();
             parameters_.taps = detector_->taps();
             parameters_.bandwidth = detector_->bandwidth();
         }
@@ -132,6 +137,11 @@ Chain::Chain(const Description& description, const ChainParameters& wanted) : pa
     parameters_.width = converter_->width();
     if (wanted.scale && !converter_->size_known())
         throw BadInput(where + "--scale needs pixels of known size; the description lacks column_spacing and row_spacing");
+}
+
+EnvelopeFrame Chain::envelope(const std::vector<std::int16_t>& frame, StageTimes* times) const
+{
+    return detector_->detect(frame, times);
 }
 
 GreyImage Chain::picture(const EnvelopeFrame& envelope, StageTimes* times) const
@@ -187,6 +197,8 @@ TextFields to_text(const Recipe& recipe)
             text.emplace_back(name, text_of(value));
     };
     add_unless_zero(keyword::center_frequency, chain.center_frequency);
+    if (chain.detector != DetectorKind::automatic)
+        text.emplace_back(keyword::detector, chain.detector == DetectorKind::fixed ? detector_fixed : detector_general);
     add_unless_zero(keyword::taps, chain.taps);
     add_unless_zero(keyword::decimation, chain.decimation);
     add_unless_zero(keyword::bandwidth, chain.bandwidth);
@@ -219,6 +231,11 @@ Recipe recipe_of(const TextFields& text, const std::filesystem::path& picture)
     }
     recipe.input_digest = reader.required(keyword::input_digest);
     recipe.chain.center_frequency = reader.number_or_zero<double>(keyword::center_frequency, 0);
+    if (const std::string* detector = reader.find(keyword::detector)) {
+        if (*detector != detector_general && *detector != detector_fixed)
+            reader.reject(keyword::detector, "\"general\" or \"fixed-point\"", *detector);
+        recipe.chain.detector = *detector == detector_fixed ? DetectorKind::fixed : DetectorKind::general;
+    }
     recipe.chain.taps = reader.number_or_zero<int>(keyword::taps, 1);
     recipe.chain.decimation = reader.number_or_zero<int>(keyword::decimation, 1);
     recipe.chain.bandwidth = reader.number_or_zero<double>(keyword::bandwidth, 0);

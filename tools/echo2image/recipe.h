@@ -17,13 +17,14 @@ namespace echo2image {
 // applies to the recording has its value.
 struct ChainParameters
 {
-    double center_frequency = 0; // Hz; RF only
-    int taps = 0;                // RF only
-    int decimation = 0;          // RF and I/Q
-    double bandwidth = 0;        // Hz; RF only
-    float reference = 0;         // envelope that becomes white; RF and I/Q
-    double dynamic_range = 0;    // dB; RF and I/Q
-    int width = 0;               // pixels, without the margin of the scale
+    double center_frequency = 0;                     // Hz; RF only
+    int taps = 0;                                    // RF only
+    int decimation = 0;                              // RF and I/Q
+    DetectorKind detector = DetectorKind::automatic; // RF only
+    double bandwidth = 0;                            // Hz; RF only
+    float reference = 0;                             // envelope that becomes white; RF and I/Q
+    double dynamic_range = 0;                        // dB; RF and I/Q
+    int width = 0;                                   // pixels, without the margin of the scale
     bool scale = false;
 };
 
@@ -38,6 +39,9 @@ public:
     const EnvelopeDetector& detector() const { return *detector_; } // only with has_envelope()
     const ScanConverter& converter() const { return *converter_; }
     void set_reference(float reference) { parameters_.reference = reference; }
+
+    // Of a frame as the recording hands it out; only with has_envelope().
+    EnvelopeFrame envelope(const std::vector<std::int16_t>& frame, StageTimes* times = nullptr) const;
 
     // Compression and scan conversion, and the scale when the parameters ask for one. An envelope needs a reference.
     GreyImage picture(const EnvelopeFrame& envelope, StageTimes* times = nullptr) const;
