@@ -21,5 +21,11 @@ struct PLAIN_LIBRARY
 
 #include "envelope.inc"
 
+#include "harmonic_pairs.inc"
+
+#include "upsample.inc"
+
+#include "bands.inc"
+
 #include "pixel.inc"
 };

@@ -41,6 +41,18 @@ UTILS_SSE_INLINE Ahead<Distance, T> ahead(const T* p)
     return {p};
 }
 
+// f(0), f(1), .. f(Count - 1) with the numbers as constants: a short loop that is unrolled without asking the compiler.
+template <class Function, int... I>
+UTILS_SSE_INLINE void repeat(const Function& f, std::integer_sequence<int, I...>)
+{
+    (f(std::integral_constant<int, I>()), ...);
+}
+template <int Count, class Function>
+UTILS_SSE_INLINE void repeat(const Function& f)
+{
+    repeat(f, std::make_integer_sequence<int, Count>());
+}
+
 // --- loops -----------------------------------------------------------------------------------------------------------
 //
 // A loop over n elements has three stretches: groups of blocks, single blocks, and the rest one at a time. With n <= 0 none
@@ -159,6 +171,22 @@ UTILS_SSE_INLINE void for_rest(Rest rest, const Tail& tail)
 {
     for_rest(
         rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { tail(i), tail(i + 1), tail(i + 2), tail(i + 3); }, tail);
+}
+
+// handle(count, i) computes `count` elements from i on; count is a constant, Most or a smaller power of two. What is left is
+// covered by runs that overlap, so that some elements are computed twice. Not for work in place. Fewer than Least elements
+// are not handled.
+template <int Most, int Least = 1, class Handle>
+UTILS_SSE_INLINE void cover(Rest rest, const Handle& handle)
+{
+    constexpr std::integral_constant<int, Most> most;
+    if (rest.count >= Most) {
+        for (; rest.count > Most; rest.count -= Most, rest.i += Most)
+            handle(most, rest.i);
+        handle(most, rest.i + rest.count - Most);
+    } else if constexpr (Most > Least) {
+        cover<Most / 2, Least>(rest, handle);
+    }
 }
 
 // dst[i] = f(src[i]...) over floats: one generic function of values is body and tail. dst may equal any src.

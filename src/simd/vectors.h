@@ -140,6 +140,41 @@ UTILS_SSE_INLINE void store_four(unsigned char* p, u8 x)
     Memory<int>::store(p, _mm_cvtsi128_si32(x.v));
 }
 
+// The lowest `Bytes` bytes of a V; load and store move exactly these, the other lanes of a loaded vector are zero.
+template <class V, int Bytes>
+struct Part
+{
+    using T = typename V::element;
+    static constexpr int elements = Bytes / static_cast<int>(sizeof(T));
+
+    static UTILS_SSE_INLINE V load(const T* p)
+    {
+        if constexpr (Bytes == 16)
+            return Memory<V>::load(p);
+        else if constexpr (Bytes == 8)
+            return {_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))};
+        else if constexpr (Bytes == 4)
+            return {_mm_cvtsi32_si128(ElementMemory<std::int32_t>::load(p))};
+        else if constexpr (Bytes == 2)
+            return {_mm_cvtsi32_si128(ElementMemory<std::uint16_t>::load(p))};
+        else
+            return {_mm_cvtsi32_si128(ElementMemory<std::uint8_t>::load(p))};
+    }
+    static UTILS_SSE_INLINE void store(T* p, V x)
+    {
+        if constexpr (Bytes == 16)
+            Memory<V>::store(p, x);
+        else if constexpr (Bytes == 8)
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(p), x.v);
+        else if constexpr (Bytes == 4)
+            ElementMemory<std::int32_t>::store(p, _mm_cvtsi128_si32(x.v));
+        else if constexpr (Bytes == 2)
+            ElementMemory<std::uint16_t>::store(p, static_cast<std::uint16_t>(_mm_cvtsi128_si32(x.v)));
+        else
+            ElementMemory<std::uint8_t>::store(p, static_cast<std::uint8_t>(_mm_cvtsi128_si32(x.v)));
+    }
+};
+
 // --- floats --------------------------------------------------------------------------------------------------------
 
 UTILS_SSE_INLINE f32 operator+(f32 x, f32 y)
@@ -172,6 +207,19 @@ template <>
 UTILS_SSE_INLINE float broadcast<float>(float x)
 {
     return x;
+}
+
+UTILS_SSE_INLINE f32x2 operator+(f32x2 x, f32x2 y)
+{
+    return {x.low + y.low, x.high + y.high};
+}
+UTILS_SSE_INLINE f32x2 operator-(f32x2 x, f32x2 y)
+{
+    return {x.low - y.low, x.high - y.high};
+}
+UTILS_SSE_INLINE f32x2 broadcast_twice(float x)
+{
+    return {{_mm_set1_ps(x)}, {_mm_set1_ps(x)}};
 }
 
 // Correctly rounded. A root taken in double and rounded to single is the same number, since 53 >= 2 * 24 + 2 bits.
@@ -275,6 +323,91 @@ UTILS_SSE_INLINE u8 narrow_saturate(i16 low, i16 high)
     return {_mm_packus_epi16(low.v, high.v)};
 }
 
+UTILS_SSE_INLINE i16 broadcast_short(short x)
+{
+    return {_mm_set1_epi16(x)};
+}
+// x y x y x y x y
+UTILS_SSE_INLINE i16 broadcast_pair(short x, short y)
+{
+    return {_mm_set_epi16(y, x, y, x, y, x, y, x)};
+}
+UTILS_SSE_INLINE i16 add_wrap(i16 x, i16 y)
+{
+    return {_mm_add_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 subtract_wrap(i16 x, i16 y)
+{
+    return {_mm_sub_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 add_saturate(i16 x, i16 y)
+{
+    return {_mm_adds_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 bit_and(i16 x, i16 y)
+{
+    return {_mm_and_si128(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 bit_or(i16 x, i16 y)
+{
+    return {_mm_or_si128(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 bit_xor(i16 x, i16 y)
+{
+    return {_mm_xor_si128(x.v, y.v)};
+}
+// All bits set where x = y, none elsewhere.
+UTILS_SSE_INLINE i16 equal(i16 x, i16 y)
+{
+    return {_mm_cmpeq_epi16(x.v, y.v)};
+}
+// Arithmetic: rounds towards minus infinity.
+template <int Bits>
+UTILS_SSE_INLINE i16 shift_right(i16 x)
+{
+    return {_mm_srai_epi16(x.v, Bits)};
+}
+// Values read as unsigned, 0 .. 65535.
+template <int Bits>
+UTILS_SSE_INLINE i16 shift_right_unsigned(i16 x)
+{
+    return {_mm_srli_epi16(x.v, Bits)};
+}
+template <int Bits>
+UTILS_SSE_INLINE i16 shift_left(i16 x)
+{
+    return {_mm_slli_epi16(x.v, Bits)};
+}
+// Values read as unsigned, 0 .. 65535, halved; halves are rounded up.
+UTILS_SSE_INLINE i16 halve_unsigned_up(i16 x)
+{
+    return {_mm_avg_epu16(x.v, _mm_setzero_si128())};
+}
+// The low 16 bits of each.
+UTILS_SSE_INLINE i16 narrow_wrap(i32 low, i32 high)
+{
+    const auto sign_extend = [](__m128i x) UTILS_SSE_LAMBDA { return _mm_srai_epi32(_mm_slli_epi32(x, 16), 16); };
+    return {_mm_packs_epi32(sign_extend(low.v), sign_extend(high.v))};
+}
+// x0 y0 x1 y1 x2 y2 x3 y3, and the same of the upper halves.
+UTILS_SSE_INLINE i16 interleave_low(i16 x, i16 y)
+{
+    return {_mm_unpacklo_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 interleave_high(i16 x, i16 y)
+{
+    return {_mm_unpackhi_epi16(x.v, y.v)};
+}
+// Lane k becomes lane k + Lanes of x; lanes that x does not have are zero.
+template <int Lanes>
+UTILS_SSE_INLINE i16 move_down(i16 x)
+{
+    if constexpr (Lanes < 0)
+        return {_mm_slli_si128(x.v, -2 * Lanes)};
+    else
+        return {_mm_srli_si128(x.v, 2 * Lanes)};
+}
+
 // f(lane, value) for the eight lanes in order; values are read as unsigned, 0 .. 65535.
 template <class Function, int... Lane>
 UTILS_SSE_INLINE void for_each_unsigned_lane(i16 x, const Function& f, std::integer_sequence<int, Lane...>)
@@ -305,11 +438,49 @@ UTILS_SSE_INLINE int absolute_wrap(int x)
     return static_cast<int>(x < 0 ? 0u - bits : bits);
 }
 
+// floor((x + y) / 2) of exact sums. The processor averages unsigned numbers and rounds up; seen from above, with every value
+// replaced by its distance from the largest one, up is down. Distances average to distances, so chains need one change
+// each way, which compilers find.
+UTILS_SSE_INLINE i16 average_down(i16 x, i16 y)
+{
+    const __m128i largest = _mm_set1_epi16(32767);
+    const __m128i distance = _mm_avg_epu16(_mm_xor_si128(x.v, largest), _mm_xor_si128(y.v, largest));
+    return {_mm_xor_si128(distance, largest)};
+}
+
+// --- 32-bit integers -----------------------------------------------------------------------------------------------
+
+// x0 * y0 + x1 * y1, x2 * y2 + x3 * y3, .. with exact products; a sum of 2^31 (-32768 four times) wraps.
+UTILS_SSE_INLINE i32 multiply_add_pairs(i16 x, i16 y)
+{
+    return {_mm_madd_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i32 add_wrap(i32 x, i32 y)
+{
+    return {_mm_add_epi32(x.v, y.v)};
+}
+// Arithmetic: rounds towards minus infinity.
+template <int Bits>
+UTILS_SSE_INLINE i32 shift_right(i32 x)
+{
+    return {_mm_srai_epi32(x.v, Bits)};
+}
+
 // --- bytes ---------------------------------------------------------------------------------------------------------
 
 UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
 {
     return {_mm_set1_epi8(static_cast<char>(x))};
+}
+
+// The lower eight bytes, zero-extended, and the upper eight.
+UTILS_SSE_INLINE i16 widen_low(u8 x)
+{
+    return {_mm_unpacklo_epi8(x.v, _mm_setzero_si128())};
+}
+UTILS_SSE_INLINE i16 widen_high(u8 x)
+{
+    return {_mm_unpackhi_epi8(x.v, _mm_setzero_si128())};
 }
 
 } // namespace UTILS_SSE_TIER
