@@ -80,6 +80,7 @@ Memory output_memory;
 // Arrays start 16-byte aligned, each a few lines further from a page's start than the one before, as separate allocations
 // would; equal distances from page starts make loads wait for stores that merely look like conflicts.
 constexpr std::size_t kStagger = 5 * 64;
+constexpr std::size_t kFront = 64; // readable in front of the first array
 
 Counts counts_for(const Operation& op, long long length, bool short_call)
 {
@@ -120,13 +121,13 @@ std::vector<Value> place(const Operation& op, const Counts& counts)
     std::size_t needed = 0;
     for (const Argument& argument : op.arguments)
         if (argument.is_array())
-            needed += argument.bytes(counts) + kStagger + 64;
+            needed += kFront + argument.bytes(counts) + kStagger + 64;
     input_memory.reserve(needed);
     output_memory.reserve(needed);
 
     std::vector<Value> values;
-    std::size_t in = 0;
-    std::size_t out = 0;
+    std::size_t in = kFront;
+    std::size_t out = kFront;
     for (const Argument& argument : op.arguments) {
         if (argument.is_array()) {
             std::size_t& offset = argument.is_written() ? out : in;

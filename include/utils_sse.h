@@ -671,6 +671,152 @@ public:
     static void UTILS_SSE_CALL Interpolate_8bit(unsigned char* dst, const unsigned char* src, int lines, int n, int level);
 
     /** @}
+     *  @name Harmonic line pairs
+     *  Pulse inversion: every beam is fired twice with opposite polarity, and adding the two firings cancels the fundamental
+     *  and keeps the even harmonics. A source frame holds the firings of a pair one line behind the other.
+     *
+     *  Beside the image these functions write a clip mask: 1023 where both firings of a pair are at full scale (each of them
+     *  32767 or -32768), else 0.
+     *  @{ */
+
+    /** Harmonic lines and one line between each two: two output lines out of each pair.
+     *
+     *  For pair m, with a and b its lines 2m and 2m + 1 of src, and c and d the lines of the next pair, the body computes
+     *  S = saturate16(a + b), S' = saturate16(c + d); line 2m of dst is S, line 2m + 1 is (S + S') >> 1, rounded towards
+     *  minus infinity. Line 2m of the mask receives the flags of a and b. **Line 2m + 1 of the mask is left as it is.**
+     *
+     *  **The pair behind the last one is read**, though it makes no lines of its own: the last interpolated line leans on
+     *  whatever the host keeps there.
+     *
+     *  **Body and tail differ.** In the last n mod 8 columns line 2m is the low 16 bits of a + b (20000 + 20000 gives
+     *  -25536) and line 2m + 1 the low 16 bits of (a + b + c + d) >> 1; the mask is not written. Pad lines to whole blocks
+     *  of 8 to avoid all that.
+     *  @param[out] dst    [2 (lines / 2)][n] samples; must not overlap src
+     *  @param[in]  src    [2 (lines / 2) + 2][n] samples, pair after pair; the last two lines are the pair behind
+     *  @param[out] clip   [2 (lines / 2)][n] flags, of which the columns of the body of every other line are written
+     *  @param      lines  source lines; an odd one at the end makes no pair; below 2 nothing is done
+     *  @param      n      samples per line, and the distance from line to line; block 8
+     */
+    static void UTILS_SSE_CALL InterpRFHarm2(short* dst, const short* src, short* clip, int lines, int n);
+
+    /** Harmonic lines and three lines between each two: four output lines out of each pair.
+     *
+     *  With S and S' as in InterpRFHarm2(), the body writes S to line 4m of dst, (3 S + S') >> 2 to line 4m + 1,
+     *  (S + S') >> 1 to line 4m + 2 and (S + 3 S') >> 2 to line 4m + 3, all rounded towards minus infinity, and the flags of
+     *  a and b to line 4m of the mask. **The pair behind the last one is read**, as there.
+     *
+     *  **Body and tail differ.** In the last n mod 8 columns line 4m is the low 16 bits of a + b, and the lines behind it lie
+     *  between the two firings of the same pair: (3a + b) >> 2, (a + b) >> 1, (a + 3b) >> 2. No flags are computed there.
+     *
+     *  Each mask line 4m is then copied whole to the three lines behind it: in the columns of the tail they receive what
+     *  line 4m held before the call.
+     *  @param[out]    dst    [4 (lines / 2)][n] samples; must not overlap src
+     *  @param[in]     src    [2 (lines / 2) + 2][n] samples, pair after pair; the last two lines are the pair behind
+     *  @param[in,out] clip   [4 (lines / 2)][n] flags
+     *  @param         lines  source lines; an odd one at the end makes no pair; below 2 nothing is done
+     *  @param         n      samples per line, and the distance from line to line; block 8
+     */
+    static void UTILS_SSE_CALL InterpRFHarm4(short* dst, const short* src, short* clip, int lines, int n);
+
+    /** The two firings of each pair blended into one line: summed in full near the probe, with less and less of the second
+     *  firing across a ramp, and with a constant part of it beyond.
+     *
+     *  With x a sample of the second firing and y the same of the first, out = saturate16(saturate16(integer(v)) + y), where
+     *  - before the ramp v = x;
+     *  - on it v = (1 - float(j) * slope) * float(x), j = 0, 1, .. counted from its start;
+     *  - from its end on v = float(x) * (1 - float(percent) / 100).
+     *
+     *  The ramp's ends are rounded down to multiples of 8, and slope = (float(percent) / float(end - start)) / 100. The mask
+     *  of each line receives the flags of its pair. If the ramp ends at or before its start, there is none: what lies beyond
+     *  begins at its end.
+     *
+     *  **There is no tail:** the last n mod 8 samples of a line and its mask are neither read nor written.
+     *  @param[in]  rf         [lines][2][n] samples: first firing, then second
+     *  @param[out] out        [lines][n] samples; must not overlap rf
+     *  @param[out] clip       [lines][n] flags; must not overlap rf
+     *  @param      lines      number of pairs, and of output lines
+     *  @param      n          samples per line, up to 32767; block 8
+     *  @param      rampStart  first sample of the ramp, not negative
+     *  @param      rampEnd    first sample behind the ramp, not negative
+     *  @param      percent    how much of the second firing is taken away beyond the ramp: 100 leaves the first firing alone
+     */
+    static void UTILS_SSE_CALL BlendTwoRF2D(const short* rf, short* out, short* clip, int lines, int n, int rampStart,
+                                            int rampEnd, int percent);
+
+    /** @}
+     *  @name Upsampling
+     *  Twice the sampling rate along one RF line, by a symmetric half-band filter: even outputs are the samples themselves,
+     *  odd ones lie half-way between. A flat line stays flat but for the edges.
+     *  @{ */
+
+    /** Upsampling with eight taps: dst[2i] = x[i] and
+     *  dst[2i + 1] = (-13 x[i-3] + 61 x[i-2] - 170 x[i-1] + 634 x[i] + 634 x[i+1] - 170 x[i+2] + 61 x[i+3] - 13 x[i+4]) >> 10.
+     *
+     *  Sums are exact and rounded towards minus infinity. Behind the line lie zeros. So they do in front of it when n >= 16,
+     *  **but in output 3**, where x[4] stands in the place of x[5] as well:
+     *  dst[3] = (634 (x[1] + x[2]) - 170 (x[0] + x[3]) + 48 x[4]) >> 10.
+     *
+     *  **Short lines read before their start.** With 9 <= n < 16 the three samples in front of src are read and take part as
+     *  x[-3], x[-2] and x[-1]; output 3 follows the formula. **Below 9 samples nothing is written.**
+     *
+     *  **Body and tail differ** in sums that leave the 16-bit range: the body, samples 3 .. B - 1 with B = (n - 8) rounded
+     *  down to a multiple of 8, saturates; all other odd outputs keep the low 16 bits.
+     *  @param[out] dst  2n samples; must not overlap src
+     *  @param[in]  src  n samples; below 16 also the three in front of them
+     *  @param      n    samples of the line; block 8
+     */
+    static void UTILS_SSE_CALL Upsample2(short* dst, const short* src, int n);
+
+    /** Upsampling with four taps: dst[2i] = x[i] and dst[2i + 1] = (-x[i-1] + 9 x[i] + 9 x[i+1] - x[i+2]) >> 4.
+     *
+     *  Sums are exact and rounded towards minus infinity. Behind the line lie zeros, and so they do in front of it when
+     *  n >= 12.
+     *
+     *  **Short lines read before their start.** With 5 <= n < 12 the sample in front of src is read and takes part as x[-1].
+     *  **Below 5 samples nothing is written.**
+     *
+     *  **Body and tail differ** in sums that leave the 16-bit range: the body, samples 0 .. B - 1 with B = (n - 4) rounded
+     *  down to a multiple of 8, saturates; all other odd outputs keep the low 16 bits.
+     *  @param[out] dst  2n samples; must not overlap src
+     *  @param[in]  src  n samples; below 12 also the one in front of them
+     *  @param      n    samples of the line; block 8
+     */
+    static void UTILS_SSE_CALL Upsample2Fast(short* dst, const short* src, int n);
+
+    /** @}
+     *  @name Frequency bands
+     *  An image as the sum of a low and a high spatial frequency band, each held as 128 times its value in pixels, so that a
+     *  host can treat the two in different ways.
+     *  @{ */
+
+    /** The image of two bands: dst[i] = clamp((low[i] + high[i]) >> 7, 0 .. 255), rounded towards minus infinity.
+     *
+     *  **Body and tail differ** in sums beyond 16 bits: in the body they wrap before the shift (20000 + 20000 gives 0), in
+     *  the tail they do not (255).
+     *  @param[out] dst   n bytes; must not overlap an input
+     *  @param[in]  low   n values
+     *  @param[in]  high  n values
+     *  @param      n     number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL CombineBands(unsigned char* dst, const short* low, const short* high, int n);
+
+    /** The two bands of an image; CombineBands() gives the image back exactly.
+     *
+     *  low is the image smoothed along rows and columns by the binomial kernel (1 4 6 4 1) / 16, times 128 and rounded to
+     *  nearest, ties up: (sum + 1) >> 1 with sum the exact sum of the 25 pixels times their integer weights, which add up to
+     *  256. Beyond the borders the border pixels repeat. high = 128 * pixel - low.
+     *
+     *  The binomial kernel is the usual one of Laplacian pyramids (Burt and Adelson, "The Laplacian Pyramid as a Compact
+     *  Image Code", 1983).
+     *  @param[out] low     [height][width] values, 0 .. 32640; must not overlap src
+     *  @param[out] high    [height][width] values, -32640 .. 32640; must not overlap src
+     *  @param[in]  src     [height][width] pixels
+     *  @param      width   pixels per row; <= 0 does nothing; block 8
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL SeparateBands(short* low, short* high, const unsigned char* src, int width, int height);
+
+    /** @}
      *  @name Display pixels
      *  A packed colour pixel is 4 bytes in memory order blue, green, red, fill.
      *  @{ */

@@ -115,6 +115,11 @@ struct TypedArgument : Argument
         reads_beyond = std::move(slack);
         return std::move(*this);
     }
+    TypedArgument&& reads_in_front(Extent elements) &&
+    {
+        reads_before = std::move(elements);
+        return std::move(*this);
+    }
     template <class... V>
     TypedArgument&& sweep(V... values) &&
     {

@@ -62,6 +62,7 @@ std::string json(const Argument& argument)
     if (argument.is_array()) {
         text += ", \"element_size\": " + std::to_string(argument.element_size);
         text += ", \"extent\": " + quoted(argument.extent.text);
+        text += ", \"reads_before\": " + quoted(argument.reads_before.formula ? argument.reads_before.text : "0");
         text += ", \"reads_beyond\": " + quoted(argument.reads_beyond.formula ? argument.reads_beyond.text : "0");
         text += ", \"alignment\": " + std::to_string(argument.alignment ? argument.alignment : argument.element_size);
     } else if (argument.role == Role::scalar) {

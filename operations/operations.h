@@ -16,7 +16,10 @@
 namespace operations {
 
 // The counts that functions take, by the names they have in utils_sse.h. Formulas of the table are written in these words.
-#define UTILS_SSE_COUNTS(X) X(n) X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level)
+#define UTILS_SSE_COUNTS(X)                                                                                                    \
+    X(n)                                                                                                                       \
+    X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)  \
+        X(rampEnd) X(percent)
 
 struct Counts
 {
@@ -90,6 +93,7 @@ struct Argument
     // Arrays
     Extent extent;             ///< elements read or written at most
     Extent reads_beyond;       ///< elements behind them that may be read and do not matter
+    Extent reads_before;       ///< elements in front of the first one that are read
     std::size_t alignment = 0; ///< in bytes, what the contract demands beyond the element's own; 0: nothing
 
     // Counts
@@ -102,6 +106,7 @@ struct Argument
     bool is_array() const { return role == Role::in || role == Role::out || role == Role::inout; }
     bool is_written() const { return role == Role::out || role == Role::inout; }
     std::size_t bytes(const Counts& counts) const { return extent(counts) * element_size; }
+    std::size_t bytes_before(const Counts& counts) const { return reads_before(counts) * element_size; }
     std::size_t bytes_beyond(const Counts& counts) const { return reads_beyond(counts) * element_size; }
 };
 

@@ -30,5 +30,11 @@ struct PLAIN_LIBRARY
 
 #include "interpolation.inc"
 
+#include "harmonic_pairs.inc"
+
+#include "upsample.inc"
+
+#include "bands.inc"
+
 #include "pixel.inc"
 };

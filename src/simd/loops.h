@@ -186,6 +186,22 @@ UTILS_SSE_INLINE void cover_blocks(int n, const Body& body)
     body(last);
 }
 
+// handle(count, i) computes `count` elements from i on; count is a constant, Most or a smaller power of two. What is left is
+// covered by runs that overlap, so that some elements are computed twice. Not for work in place. Fewer than Least elements
+// are not handled.
+template <int Most, int Least = 1, class Handle>
+UTILS_SSE_INLINE void cover(Rest rest, const Handle& handle)
+{
+    constexpr std::integral_constant<int, Most> most;
+    if (rest.count >= Most) {
+        for (; rest.count > Most; rest.count -= Most, rest.i += Most)
+            handle(most, rest.i);
+        handle(most, rest.i + rest.count - Most);
+    } else if constexpr (Most > Least) {
+        cover<Most / 2, Least>(rest, handle);
+    }
+}
+
 // dst[i] = f(src[i]...) over floats: one generic function of values is body and tail. dst may equal any src.
 template <class Function, class... Source>
 UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Source*... src)

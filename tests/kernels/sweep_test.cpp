@@ -193,7 +193,8 @@ private:
                 fill(argument.element, bytes, 1, tame, random_);
                 std::memcpy(&values_[i], bytes, sizeof bytes);
             }
-            before_[i].assign(argument.bytes(counts_) + argument.bytes_beyond(counts_), poison_);
+            before_[i].assign(argument.bytes_before(counts_) + argument.bytes(counts_) + argument.bytes_beyond(counts_),
+                              poison_);
             if (argument.role == Role::in || argument.role == Role::inout) {
                 fill(argument.element, before_[i].data(), before_[i].size() / argument.element_size, tame, random_);
                 if (is_shared(i))
@@ -211,7 +212,7 @@ private:
         expected_ = before_;
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (arguments_[i].is_array())
-                values_[i] = Value(expected_[i].data());
+                values_[i] = Value(expected_[i].data() + arguments_[i].bytes_before(counts_));
         expected_result_ = operation_.call(plain_, values_);
     }
 
@@ -222,7 +223,7 @@ private:
                 place(i);
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (arguments_[i].is_array())
-                values_[i] = Value(buffers_[home(i)].data());
+                values_[i] = Value(buffers_[home(i)].data() + arguments_[i].bytes_before(counts_));
 
         const unsigned control = control_bits();
         Value result;
@@ -308,14 +309,19 @@ private:
         return text.str();
     }
 
+    std::uintptr_t start_of(std::size_t index) const
+    {
+        return reinterpret_cast<std::uintptr_t>(buffers_[index].data() + arguments_[index].bytes_before(counts_));
+    }
+
     std::string describe_fault(std::uintptr_t address) const
     {
         std::ostringstream text;
         text << describe() << "\n  fault at address 0x" << std::hex << address << std::dec;
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (arguments_[i].is_array() && home(i) == i && buffers_[i].owns(address))
-                text << ": byte " << static_cast<std::ptrdiff_t>(address - reinterpret_cast<std::uintptr_t>(buffers_[i].data()))
-                     << " of " << arguments_[i].name << ", which has " << buffers_[i].bytes();
+                text << ": byte " << static_cast<std::ptrdiff_t>(address - start_of(i)) << " of " << arguments_[i].name
+                     << ", which has " << buffers_[i].bytes();
         return text.str();
     }
 

@@ -1,0 +1,242 @@
+// Verbs of 8-, 16- and 32-bit integers.
+#pragma once
+
+#include "simd/types.h"
+
+#include <utility>
+
+namespace simd {
+inline namespace UTILS_SSE_TIER {
+
+// --- 16-bit integers -----------------------------------------------------------------------------------------------
+
+// Sign-extended to 32 bits: each sample is interleaved with its sign.
+UTILS_SSE_INLINE i32x2 widen(i16 x)
+{
+    const __m128i sign = _mm_srai_epi16(x.v, 15);
+    return {{_mm_unpacklo_epi16(x.v, sign)}, {_mm_unpackhi_epi16(x.v, sign)}};
+}
+
+// Exact 32-bit products of 16-bit values.
+UTILS_SSE_INLINE i32x2 multiply_exact(i16 x, i16 y)
+{
+    const __m128i low = _mm_mullo_epi16(x.v, y.v);
+    const __m128i high = _mm_mulhi_epi16(x.v, y.v);
+    return {{_mm_unpacklo_epi16(low, high)}, {_mm_unpackhi_epi16(low, high)}};
+}
+UTILS_SSE_INLINE int multiply_exact(short x, short y)
+{
+    return x * y;
+}
+
+// saturate16((x * y) >> 15), the product of two Q15 numbers, rounded towards minus infinity.
+// With the product as high * 65536 + low this is (2 * high) | (low >> 15). Doubling the high half overflows for one
+// product only, 2^30 of -32768 * -32768 (high = 16384, low = 0), and the saturating addition gives its 32767.
+UTILS_SSE_INLINE i16 multiply_q15(i16 x, i16 y)
+{
+    const __m128i low = _mm_mullo_epi16(x.v, y.v);
+    const __m128i high = _mm_mulhi_epi16(x.v, y.v);
+    return {_mm_or_si128(_mm_adds_epi16(high, high), _mm_srli_epi16(low, 15))};
+}
+
+UTILS_SSE_INLINE i16 narrow_saturate(i32 low, i32 high)
+{
+    return {_mm_packs_epi32(low.v, high.v)};
+}
+UTILS_SSE_INLINE u8 narrow_saturate(i16 low, i16 high)
+{
+    return {_mm_packus_epi16(low.v, high.v)};
+}
+
+UTILS_SSE_INLINE i16 broadcast_short(short x)
+{
+    return {_mm_set1_epi16(x)};
+}
+// x y x y x y x y
+UTILS_SSE_INLINE i16 broadcast_pair(short x, short y)
+{
+    return {_mm_set_epi16(y, x, y, x, y, x, y, x)};
+}
+UTILS_SSE_INLINE i16 add_wrap(i16 x, i16 y)
+{
+    return {_mm_add_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 subtract_wrap(i16 x, i16 y)
+{
+    return {_mm_sub_epi16(x.v, y.v)};
+}
+// The low 16 bits of the products.
+UTILS_SSE_INLINE i16 multiply_low(i16 x, i16 y)
+{
+    return {_mm_mullo_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 add_saturate(i16 x, i16 y)
+{
+    return {_mm_adds_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 bit_and(i16 x, i16 y)
+{
+    return {_mm_and_si128(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 maximum(i16 x, i16 y)
+{
+    return {_mm_max_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 bit_or(i16 x, i16 y)
+{
+    return {_mm_or_si128(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 bit_xor(i16 x, i16 y)
+{
+    return {_mm_xor_si128(x.v, y.v)};
+}
+// All bits set where x = y, none elsewhere.
+UTILS_SSE_INLINE i16 equal(i16 x, i16 y)
+{
+    return {_mm_cmpeq_epi16(x.v, y.v)};
+}
+// Arithmetic: rounds towards minus infinity.
+template <int Bits>
+UTILS_SSE_INLINE i16 shift_right(i16 x)
+{
+    return {_mm_srai_epi16(x.v, Bits)};
+}
+// Values read as unsigned, 0 .. 65535.
+template <int Bits>
+UTILS_SSE_INLINE i16 shift_right_unsigned(i16 x)
+{
+    return {_mm_srli_epi16(x.v, Bits)};
+}
+template <int Bits>
+UTILS_SSE_INLINE i16 shift_left(i16 x)
+{
+    return {_mm_slli_epi16(x.v, Bits)};
+}
+// Values read as unsigned, 0 .. 65535, halved; halves are rounded up.
+UTILS_SSE_INLINE i16 halve_unsigned_up(i16 x)
+{
+    return {_mm_avg_epu16(x.v, _mm_setzero_si128())};
+}
+// The low 16 bits of each.
+UTILS_SSE_INLINE i16 narrow_wrap(i32 low, i32 high)
+{
+    const auto sign_extend = [](__m128i x) UTILS_SSE_LAMBDA { return _mm_srai_epi32(_mm_slli_epi32(x, 16), 16); };
+    return {_mm_packs_epi32(sign_extend(low.v), sign_extend(high.v))};
+}
+// x0 y0 x1 y1 x2 y2 x3 y3, and the same of the upper halves.
+UTILS_SSE_INLINE i16 interleave_low(i16 x, i16 y)
+{
+    return {_mm_unpacklo_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 interleave_high(i16 x, i16 y)
+{
+    return {_mm_unpackhi_epi16(x.v, y.v)};
+}
+// Lane k becomes lane k + Lanes of x; lanes that x does not have are zero.
+template <int Lanes>
+UTILS_SSE_INLINE i16 move_down(i16 x)
+{
+    if constexpr (Lanes < 0)
+        return {_mm_slli_si128(x.v, -2 * Lanes)};
+    else
+        return {_mm_srli_si128(x.v, 2 * Lanes)};
+}
+
+// f(lane, value) for the eight lanes in order; values are read as unsigned, 0 .. 65535.
+template <class Function, int... Lane>
+UTILS_SSE_INLINE void for_each_unsigned_lane(i16 x, const Function& f, std::integer_sequence<int, Lane...>)
+{
+    (f(Lane, _mm_extract_epi16(x.v, Lane)), ...);
+}
+template <class Function>
+UTILS_SSE_INLINE void for_each_unsigned_lane(i16 x, const Function& f)
+{
+    for_each_unsigned_lane(x, f, std::make_integer_sequence<int, i16::lanes>());
+}
+
+// Absolute value in 16-bit two's complement: -32768 stays -32768.
+UTILS_SSE_INLINE i16 absolute_wrap(i16 x)
+{
+    const __m128i sign = _mm_srai_epi16(x.v, 15);
+    return {_mm_sub_epi16(_mm_xor_si128(x.v, sign), sign)};
+}
+// The same in 32 bits: -2147483648 stays.
+UTILS_SSE_INLINE i32 absolute_wrap(i32 x)
+{
+    const __m128i sign = _mm_srai_epi32(x.v, 31);
+    return {_mm_sub_epi32(_mm_xor_si128(x.v, sign), sign)};
+}
+UTILS_SSE_INLINE int absolute_wrap(int x)
+{
+    const auto bits = static_cast<std::uint32_t>(x);
+    return static_cast<int>(x < 0 ? 0u - bits : bits);
+}
+
+// floor((x + y) / 2) of exact sums. The processor averages unsigned numbers and rounds up; seen from above, with every value
+// replaced by its distance from the largest one, up is down. Distances average to distances, so chains need one change
+// each way, which compilers find.
+UTILS_SSE_INLINE i16 average_down(i16 x, i16 y)
+{
+    const __m128i largest = _mm_set1_epi16(32767);
+    const __m128i distance = _mm_avg_epu16(_mm_xor_si128(x.v, largest), _mm_xor_si128(y.v, largest));
+    return {_mm_xor_si128(distance, largest)};
+}
+
+// --- 32-bit integers -----------------------------------------------------------------------------------------------
+
+// x0 * y0 + x1 * y1, x2 * y2 + x3 * y3, .. with exact products; a sum of 2^31 (-32768 four times) wraps.
+UTILS_SSE_INLINE i32 multiply_add_pairs(i16 x, i16 y)
+{
+    return {_mm_madd_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i32 add_wrap(i32 x, i32 y)
+{
+    return {_mm_add_epi32(x.v, y.v)};
+}
+// Neighbours added: x0 + x1, x2 + x3, y0 + y1, y2 + y3.
+UTILS_SSE_INLINE i32 add_neighbours_wrap(i32 x, i32 y)
+{
+    const __m128 a = _mm_castsi128_ps(x.v);
+    const __m128 b = _mm_castsi128_ps(y.v);
+    const __m128 even = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)); // x0 x2 y0 y2
+    const __m128 odd = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));  // x1 x3 y1 y3
+    return {_mm_add_epi32(_mm_castps_si128(even), _mm_castps_si128(odd))};
+}
+// Arithmetic: rounds towards minus infinity.
+template <int Bits>
+UTILS_SSE_INLINE i32 shift_right(i32 x)
+{
+    return {_mm_srai_epi32(x.v, Bits)};
+}
+UTILS_SSE_INLINE int lane_0(i32 x)
+{
+    return _mm_cvtsi128_si32(x.v);
+}
+
+// --- bytes ---------------------------------------------------------------------------------------------------------
+
+UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
+{
+    return {_mm_set1_epi8(static_cast<char>(x))};
+}
+
+// The lower eight bytes, zero-extended, and the upper eight.
+UTILS_SSE_INLINE i16 widen_low(u8 x)
+{
+    return {_mm_unpacklo_epi8(x.v, _mm_setzero_si128())};
+}
+
+// floor((x + y) / 2), as for 16-bit integers.
+UTILS_SSE_INLINE u8 average_down(u8 x, u8 y)
+{
+    const __m128i largest = _mm_set1_epi8(-1);
+    const __m128i distance = _mm_avg_epu8(_mm_xor_si128(x.v, largest), _mm_xor_si128(y.v, largest));
+    return {_mm_xor_si128(distance, largest)};
+}
+UTILS_SSE_INLINE i16 widen_high(u8 x)
+{
+    return {_mm_unpackhi_epi8(x.v, _mm_setzero_si128())};
+}
+
+} // namespace UTILS_SSE_TIER
+} // namespace simd
