@@ -1,7 +1,7 @@
-// Verbs of floats, and of floats with 32-bit integers.
+// Verbs of floats and doubles, and of both with 32-bit integers.
 #pragma once
 
-#include "simd/types.h"
+#include "simd/integers.h"
 
 #include <cmath>
 
@@ -21,6 +21,90 @@ UTILS_SSE_INLINE f32 operator-(f32 x, f32 y)
 UTILS_SSE_INLINE f32 operator*(f32 x, f32 y)
 {
     return {_mm_mul_ps(x.v, y.v)};
+}
+
+UTILS_SSE_INLINE f32 operator/(f32 x, f32 y)
+{
+    return {_mm_div_ps(x.v, y.v)};
+}
+
+// x < y ? x : y and x > y ? x : y: of a NaN and a number, and of zeros of both signs, the second.
+UTILS_SSE_INLINE f32 minimum(f32 x, f32 y)
+{
+    return {_mm_min_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 maximum(f32 x, f32 y)
+{
+    return {_mm_max_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE float minimum(float x, float y)
+{
+    return x < y ? x : y;
+}
+UTILS_SSE_INLINE float maximum(float x, float y)
+{
+    return x > y ? x : y;
+}
+
+// Bits; with a mask from a comparison, select() takes x where it held and y elsewhere.
+UTILS_SSE_INLINE f32 bit_and(f32 x, f32 y)
+{
+    return {_mm_and_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 bit_or(f32 x, f32 y)
+{
+    return {_mm_or_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 bit_xor(f32 x, f32 y)
+{
+    return {_mm_xor_ps(x.v, y.v)};
+}
+// The bits of x that are not set in y.
+UTILS_SSE_INLINE f32 bit_without(f32 x, f32 y)
+{
+    return {_mm_andnot_ps(y.v, x.v)};
+}
+UTILS_SSE_INLINE f32 select(f32 mask, f32 x, f32 y)
+{
+    return bit_or(bit_and(mask, x), bit_without(y, mask));
+}
+// The sign bit cleared.
+UTILS_SSE_INLINE f32 absolute(f32 x)
+{
+    return bit_without(x, f32{_mm_set1_ps(-0.0f)});
+}
+
+// Masks of ordered comparisons: nothing is set where an operand is NaN. not_less() holds there.
+UTILS_SSE_INLINE f32 less(f32 x, f32 y)
+{
+    return {_mm_cmplt_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 greater(f32 x, f32 y)
+{
+    return {_mm_cmpgt_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 equal(f32 x, f32 y)
+{
+    return {_mm_cmpeq_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 not_less(f32 x, f32 y)
+{
+    return {_mm_cmpnlt_ps(x.v, y.v)};
+}
+
+// x0 y0 x1 y1, and x2 y2 x3 y3.
+UTILS_SSE_INLINE f32 interleave_low(f32 x, f32 y)
+{
+    return {_mm_unpacklo_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 interleave_high(f32 x, f32 y)
+{
+    return {_mm_unpackhi_ps(x.v, y.v)};
+}
+template <>
+UTILS_SSE_INLINE f32 zero<f32>()
+{
+    return {_mm_setzero_ps()};
 }
 
 UTILS_SSE_INLINE f32x2 operator*(f32x2 x, f32x2 y)
@@ -76,6 +160,35 @@ UTILS_SSE_INLINE float fold(f32 x)
 UTILS_SSE_INLINE f32 add_to_lane_0(f32 x, float y)
 {
     return {_mm_add_ss(x.v, _mm_set_ss(y))};
+}
+
+// --- doubles -------------------------------------------------------------------------------------------------------
+
+UTILS_SSE_INLINE f64 operator+(f64 x, f64 y)
+{
+    return {_mm_add_pd(x.v, y.v)};
+}
+UTILS_SSE_INLINE f64 operator-(f64 x, f64 y)
+{
+    return {_mm_sub_pd(x.v, y.v)};
+}
+UTILS_SSE_INLINE f64 operator*(f64 x, f64 y)
+{
+    return {_mm_mul_pd(x.v, y.v)};
+}
+// lane 0 + lane 1
+UTILS_SSE_INLINE double fold(f64 x)
+{
+    return _mm_cvtsd_f64(_mm_add_sd(x.v, _mm_unpackhi_pd(x.v, x.v)));
+}
+// Lanes 0 and 1 as doubles, exactly, and lanes 2 and 3.
+UTILS_SSE_INLINE f64 low_to_double(i32 x)
+{
+    return {_mm_cvtepi32_pd(x.v)};
+}
+UTILS_SSE_INLINE f64 high_to_double(i32 x)
+{
+    return {_mm_cvtepi32_pd(_mm_unpackhi_epi64(x.v, x.v))};
 }
 
 // --- between floats and 32-bit integers ----------------------------------------------------------------------------

@@ -3,10 +3,132 @@
 
 #include "simd/types.h"
 
+#include <type_traits>
 #include <utility>
 
 namespace simd {
 inline namespace UTILS_SSE_TIER {
+
+// --- all widths ----------------------------------------------------------------------------------------------------
+
+template <class V>
+UTILS_SSE_INLINE V bit_and(V x, V y)
+{
+    return {_mm_and_si128(x.v, y.v)};
+}
+template <class V>
+UTILS_SSE_INLINE V bit_or(V x, V y)
+{
+    return {_mm_or_si128(x.v, y.v)};
+}
+template <class V>
+UTILS_SSE_INLINE V bit_xor(V x, V y)
+{
+    return {_mm_xor_si128(x.v, y.v)};
+}
+// The bits of x that are not set in y.
+template <class V>
+UTILS_SSE_INLINE V bit_without(V x, V y)
+{
+    return {_mm_andnot_si128(y.v, x.v)};
+}
+// x where the mask's bits are set, y elsewhere.
+template <class V>
+UTILS_SSE_INLINE V select(V mask, V x, V y)
+{
+    return bit_or(bit_and(mask, x), bit_without(y, mask));
+}
+template <class V>
+UTILS_SSE_INLINE V zero()
+{
+    return {_mm_setzero_si128()};
+}
+
+// Masks: all bits of a lane set where the comparison holds, none elsewhere. Signed, but for equal().
+UTILS_SSE_INLINE u8 equal(u8 x, u8 y)
+{
+    return {_mm_cmpeq_epi8(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 equal(i16 x, i16 y)
+{
+    return {_mm_cmpeq_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i32 equal(i32 x, i32 y)
+{
+    return {_mm_cmpeq_epi32(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 greater(i16 x, i16 y)
+{
+    return {_mm_cmpgt_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i32 greater(i32 x, i32 y)
+{
+    return {_mm_cmpgt_epi32(x.v, y.v)};
+}
+
+UTILS_SSE_INLINE u8 minimum(u8 x, u8 y)
+{
+    return {_mm_min_epu8(x.v, y.v)};
+}
+UTILS_SSE_INLINE u8 maximum(u8 x, u8 y)
+{
+    return {_mm_max_epu8(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 minimum(i16 x, i16 y)
+{
+    return {_mm_min_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 maximum(i16 x, i16 y)
+{
+    return {_mm_max_epi16(x.v, y.v)};
+}
+template <class T, std::enable_if_t<std::is_integral<T>::value, int> = 0>
+UTILS_SSE_INLINE T minimum(T x, T y)
+{
+    return x < y ? x : y;
+}
+template <class T, std::enable_if_t<std::is_integral<T>::value, int> = 0>
+UTILS_SSE_INLINE T maximum(T x, T y)
+{
+    return x > y ? x : y;
+}
+
+// x0 y0 x1 y1 .. of the lower halves, and the same of the upper halves.
+UTILS_SSE_INLINE u8 interleave_low(u8 x, u8 y)
+{
+    return {_mm_unpacklo_epi8(x.v, y.v)};
+}
+UTILS_SSE_INLINE u8 interleave_high(u8 x, u8 y)
+{
+    return {_mm_unpackhi_epi8(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 interleave_low(i16 x, i16 y)
+{
+    return {_mm_unpacklo_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i16 interleave_high(i16 x, i16 y)
+{
+    return {_mm_unpackhi_epi16(x.v, y.v)};
+}
+UTILS_SSE_INLINE i32 interleave_low(i32 x, i32 y)
+{
+    return {_mm_unpacklo_epi32(x.v, y.v)};
+}
+UTILS_SSE_INLINE i32 interleave_high(i32 x, i32 y)
+{
+    return {_mm_unpackhi_epi32(x.v, y.v)};
+}
+// The lower half of x, then that of y; and the same of the upper halves.
+template <class V>
+UTILS_SSE_INLINE V low_halves(V x, V y)
+{
+    return {_mm_unpacklo_epi64(x.v, y.v)};
+}
+template <class V>
+UTILS_SSE_INLINE V high_halves(V x, V y)
+{
+    return {_mm_unpackhi_epi64(x.v, y.v)};
+}
 
 // --- 16-bit integers -----------------------------------------------------------------------------------------------
 
@@ -74,26 +196,19 @@ UTILS_SSE_INLINE i16 add_saturate(i16 x, i16 y)
 {
     return {_mm_adds_epi16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 bit_and(i16 x, i16 y)
+UTILS_SSE_INLINE i16 subtract_saturate(i16 x, i16 y)
 {
-    return {_mm_and_si128(x.v, y.v)};
+    return {_mm_subs_epi16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 maximum(i16 x, i16 y)
+// Values read as unsigned, 0 .. 65535.
+UTILS_SSE_INLINE i16 add_saturate_unsigned(i16 x, i16 y)
 {
-    return {_mm_max_epi16(x.v, y.v)};
+    return {_mm_adds_epu16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 bit_or(i16 x, i16 y)
+// The upper 16 bits of the products.
+UTILS_SSE_INLINE i16 multiply_high(i16 x, i16 y)
 {
-    return {_mm_or_si128(x.v, y.v)};
-}
-UTILS_SSE_INLINE i16 bit_xor(i16 x, i16 y)
-{
-    return {_mm_xor_si128(x.v, y.v)};
-}
-// All bits set where x = y, none elsewhere.
-UTILS_SSE_INLINE i16 equal(i16 x, i16 y)
-{
-    return {_mm_cmpeq_epi16(x.v, y.v)};
+    return {_mm_mulhi_epi16(x.v, y.v)};
 }
 // Arithmetic: rounds towards minus infinity.
 template <int Bits>
@@ -122,15 +237,6 @@ UTILS_SSE_INLINE i16 narrow_wrap(i32 low, i32 high)
 {
     const auto sign_extend = [](__m128i x) UTILS_SSE_LAMBDA { return _mm_srai_epi32(_mm_slli_epi32(x, 16), 16); };
     return {_mm_packs_epi32(sign_extend(low.v), sign_extend(high.v))};
-}
-// x0 y0 x1 y1 x2 y2 x3 y3, and the same of the upper halves.
-UTILS_SSE_INLINE i16 interleave_low(i16 x, i16 y)
-{
-    return {_mm_unpacklo_epi16(x.v, y.v)};
-}
-UTILS_SSE_INLINE i16 interleave_high(i16 x, i16 y)
-{
-    return {_mm_unpackhi_epi16(x.v, y.v)};
 }
 // Lane k becomes lane k + Lanes of x; lanes that x does not have are zero.
 template <int Lanes>
@@ -208,6 +314,30 @@ UTILS_SSE_INLINE i32 shift_right(i32 x)
 {
     return {_mm_srai_epi32(x.v, Bits)};
 }
+template <int Bits>
+UTILS_SSE_INLINE i32 shift_right_unsigned(i32 x)
+{
+    return {_mm_srli_epi32(x.v, Bits)};
+}
+template <int Bits>
+UTILS_SSE_INLINE i32 shift_left(i32 x)
+{
+    return {_mm_slli_epi32(x.v, Bits)};
+}
+UTILS_SSE_INLINE i32 subtract_wrap(i32 x, i32 y)
+{
+    return {_mm_sub_epi32(x.v, y.v)};
+}
+UTILS_SSE_INLINE i32 broadcast_int(int x)
+{
+    return {_mm_set1_epi32(x)};
+}
+// The sum of all lanes; wraps.
+UTILS_SSE_INLINE int fold_wrap(i32 x)
+{
+    const __m128i pairs = _mm_add_epi32(x.v, _mm_shuffle_epi32(x.v, _MM_SHUFFLE(1, 0, 3, 2)));
+    return _mm_cvtsi128_si32(_mm_add_epi32(pairs, _mm_shuffle_epi32(pairs, _MM_SHUFFLE(2, 3, 0, 1))));
+}
 UTILS_SSE_INLINE int lane_0(i32 x)
 {
     return _mm_cvtsi128_si32(x.v);
@@ -220,10 +350,46 @@ UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
     return {_mm_set1_epi8(static_cast<char>(x))};
 }
 
+UTILS_SSE_INLINE u8 add_wrap(u8 x, u8 y)
+{
+    return {_mm_add_epi8(x.v, y.v)};
+}
+UTILS_SSE_INLINE u8 subtract_wrap(u8 x, u8 y)
+{
+    return {_mm_sub_epi8(x.v, y.v)};
+}
+UTILS_SSE_INLINE u8 add_saturate(u8 x, u8 y)
+{
+    return {_mm_adds_epu8(x.v, y.v)};
+}
+UTILS_SSE_INLINE u8 subtract_saturate(u8 x, u8 y)
+{
+    return {_mm_subs_epu8(x.v, y.v)};
+}
+UTILS_SSE_INLINE u8 absolute_difference(u8 x, u8 y)
+{
+    return bit_or(subtract_saturate(x, y), subtract_saturate(y, x));
+}
+// Sums of absolute differences: of the lower eight bytes in lane 0, of the upper eight in lane 2; lanes 1 and 3 are zero.
+UTILS_SSE_INLINE i32 sum_absolute_differences(u8 x, u8 y)
+{
+    return {_mm_sad_epu8(x.v, y.v)};
+}
+
 // The lower eight bytes, zero-extended, and the upper eight.
 UTILS_SSE_INLINE i16 widen_low(u8 x)
 {
     return {_mm_unpacklo_epi8(x.v, _mm_setzero_si128())};
+}
+UTILS_SSE_INLINE i16 widen_high(u8 x)
+{
+    return {_mm_unpackhi_epi8(x.v, _mm_setzero_si128())};
+}
+
+// (x + y + 1) >> 1
+UTILS_SSE_INLINE u8 average_up(u8 x, u8 y)
+{
+    return {_mm_avg_epu8(x.v, y.v)};
 }
 
 // floor((x + y) / 2), as for 16-bit integers.
@@ -232,10 +398,6 @@ UTILS_SSE_INLINE u8 average_down(u8 x, u8 y)
     const __m128i largest = _mm_set1_epi8(-1);
     const __m128i distance = _mm_avg_epu8(_mm_xor_si128(x.v, largest), _mm_xor_si128(y.v, largest));
     return {_mm_xor_si128(distance, largest)};
-}
-UTILS_SSE_INLINE i16 widen_high(u8 x)
-{
-    return {_mm_unpackhi_epi8(x.v, _mm_setzero_si128())};
 }
 
 } // namespace UTILS_SSE_TIER

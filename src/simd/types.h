@@ -13,6 +13,13 @@ struct f32
     __m128 v;
 };
 
+struct f64
+{
+    static constexpr int lanes = 2;
+    using element = double;
+    __m128d v;
+};
+
 struct i32
 {
     static constexpr int lanes = 4;
@@ -63,6 +70,13 @@ struct Memory<f32>
 {
     static UTILS_SSE_INLINE f32 load(const float* p) { return {_mm_loadu_ps(p)}; }
     static UTILS_SSE_INLINE void store(float* p, f32 x) { _mm_storeu_ps(p, x.v); }
+};
+
+template <>
+struct Memory<f64>
+{
+    static UTILS_SSE_INLINE f64 load(const double* p) { return {_mm_loadu_pd(p)}; }
+    static UTILS_SSE_INLINE void store(double* p, f64 x) { _mm_storeu_pd(p, x.v); }
 };
 
 // Elements go through memcpy: a destination may be the memory of a source of another type (ApplyGain in place).
