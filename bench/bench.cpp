@@ -13,12 +13,9 @@
 
 namespace operations {
 extern void (*const other_prefetch_functions[])();
-#if defined(UTILS_SSE_BENCH_WITH_GCC)
-extern void (*const plain_gcc_functions[])();
-#endif
-#if defined(UTILS_SSE_BENCH_WITH_CLANG)
-extern void (*const plain_clang_functions[])();
-#endif
+#define UTILS_SSE_PLAIN(maker) extern void (*const plain_##maker##_functions[])();
+#include "plain_makers.inc"
+#undef UTILS_SSE_PLAIN
 } // namespace operations
 
 namespace {
@@ -204,12 +201,9 @@ int main(int argc, char** argv)
 {
     const Candidate candidates[] = {
         {"utils_sse", nullptr},
-#if defined(UTILS_SSE_BENCH_WITH_GCC)
-        {"gcc", operations::plain_gcc_functions},
-#endif
-#if defined(UTILS_SSE_BENCH_WITH_CLANG)
-        {"clang", operations::plain_clang_functions},
-#endif
+#define UTILS_SSE_PLAIN(maker) {#maker, operations::plain_##maker##_functions},
+#include "plain_makers.inc"
+#undef UTILS_SSE_PLAIN
 #if UTILS_SSE_PREFETCH
         {"without_prefetch", operations::other_prefetch_functions}
     };
