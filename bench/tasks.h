@@ -18,7 +18,7 @@ struct Contender
 {
     std::string name;
     std::function<void()> work;
-    std::function<std::vector<double>()> result; ///< what the work left behind, as numbers
+    std::function<std::vector<double>()> result; ///< what the work left behind, as numbers; none: not the same work
 };
 
 struct Task
@@ -78,6 +78,9 @@ private:
     std::size_t size_;
     std::shared_ptr<T> data_; // contenders are copied about
 };
+
+/** Moves as many bytes as a task does: reads `bytes` / 2 and writes as many, 16 at a time, for comparison. */
+Contender copy_of(std::size_t bytes);
 
 /** Ordinary numbers, the same ones in each run: -1 .. 1. */
 class Noise

@@ -130,12 +130,25 @@ Contender detect_with_liquid(int decimation)
 }
 #endif
 
-Contender interpolate(const Maker& maker)
+// Lines put between lines. `more`: output lines for each input line.
+template <class T, class Interpolation>
+void add_interpolation(std::vector<Task>& tasks, const std::string& name, const char* title, Interpolation, int lines, int n,
+                       int more)
 {
-    const auto interpolation = maker.function("Interpolate4", &CUtils_SSE::Interpolate4);
-    const Frame frame;
-    const Array<short> dst(4 * kLines * kSamples);
-    return {maker.name, [=] { interpolation(dst.data(), frame.rf.data(), kLines, kSamples); }, [=] { return dst.numbers(); }};
+    Task task{name, "line", static_cast<double>(lines), 0, {}};
+    const std::size_t source = static_cast<std::size_t>(lines) * static_cast<std::size_t>(n);
+    const Array<T> src(source);
+    Noise noise;
+    for (T& x : src)
+        x = static_cast<T>(std::lround(100 + 100 * noise()));
+    for (const Maker& maker : makers()) {
+        const auto function = maker.function(title, Interpolation());
+        const Array<T> dst(source * static_cast<std::size_t>(more));
+        task.contenders.push_back(
+            {maker.name, [=] { function(dst.data(), src.data(), lines, n); }, [=] { return dst.numbers(); }});
+    }
+    task.contenders.push_back(copy_of(source * static_cast<std::size_t>(1 + more) * sizeof(T)));
+    tasks.push_back(task);
 }
 
 } // namespace
@@ -153,10 +166,17 @@ void add_rf_tasks(std::vector<Task>& tasks)
 #endif
         tasks.push_back(task);
     }
-    Task task{"RF lines times four, 192 x 3,120 samples", "line", kLines, 0, {}};
-    for (const Maker& maker : makers())
-        task.contenders.push_back(interpolate(maker));
-    tasks.push_back(task);
+    using Rf = void (*)(short*, const short*, int, int);
+    using Pixels = void (*)(unsigned char*, const unsigned char*, int, int);
+    for (const int lines : {kLines, 32 * kLines}) {
+        const std::string frame = lines == kLines ? ", 192 x 3,120" : ", 6,144 x 3,120, in memory";
+        add_interpolation<short>(tasks, "RF lines times two" + frame, "Interpolate2", Rf(), lines, kSamples, 2);
+        add_interpolation<short>(tasks, "RF lines times four" + frame, "Interpolate4", Rf(), lines, kSamples, 4);
+        add_interpolation<unsigned char>(tasks, "8-bit lines times two" + frame, "Interpolate2_8bit", Pixels(), lines, kSamples,
+                                         2);
+        add_interpolation<unsigned char>(tasks, "8-bit lines times four" + frame, "Interpolate4_8bit", Pixels(), lines,
+                                         kSamples, 4);
+    }
 }
 
 } // namespace bench
