@@ -47,6 +47,10 @@ struct SortedColumns
     T low[most], middle[most], high[most];
 };
 
+// Rows of up to so many vectors sort every column three times instead: their columns would be loaded, off the places where they
+// were stored, while the stores are still under way, and the processor waits for these.
+constexpr int kShortRow = 3;
+
 // handle(count, i) for runs of a row of n elements; count is a constant. Runs may overlap.
 template <class V, class Handle, class... Streams>
 UTILS_SSE_INLINE void for_runs(int n, const Handle& handle, Streams... streams)
@@ -73,11 +77,21 @@ template <class V, class T>
 void filter_row(SortedColumns<T>& columns, T* dst, const T* src, std::ptrdiff_t pitch, int count)
 {
     const T* const rows[3] = {src, src + pitch, src + 2 * pitch};
+    const auto sorted_here = [&](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        return sort_column(run.load(rows[0] + i), run.load(rows[1] + i), run.load(rows[2] + i));
+    };
+    if (count <= kShortRow * V::lanes) {
+        for_runs<V>(count, [&](auto lanes, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            using Run = Part<V, lanes() * static_cast<int>(sizeof(T))>;
+            Run::store(dst + i, median_of_columns(sorted_here(Run(), i), sorted_here(Run(), i + 1), sorted_here(Run(), i + 2)));
+        });
+        return;
+    }
     for_runs<V>(
         count + 2,
         [&](auto lanes, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             using Run = Part<V, lanes() * static_cast<int>(sizeof(T))>;
-            const Column<V> column = sort_column(Run::load(rows[0] + i), Run::load(rows[1] + i), Run::load(rows[2] + i));
+            const Column<V> column = sorted_here(Run(), i);
             Run::store(columns.low + i, column.low);
             Run::store(columns.middle + i, column.middle);
             Run::store(columns.high + i, column.high);
