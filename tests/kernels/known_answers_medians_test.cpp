@@ -74,9 +74,10 @@ TEST(TemporalMedian, BodyOfFiveFramesIsNoMedianButTheTailIs)
 
     // Frame 1 has no say in whole blocks.
     const Bytes f2(32, 1), f3(32, 2), f4(32, 3), f5(32, 4);
-    for (const unsigned char first : {0, 9, 255}) {
+    for (const int first : {0, 9, 255}) {
+        const Bytes f1(32, static_cast<unsigned char>(first));
         Bytes dst(32);
-        CUtils_SSE::MedianFilter(dst.data(), Bytes(32, first).data(), f2.data(), f3.data(), f4.data(), f5.data(), 32);
+        CUtils_SSE::MedianFilter(dst.data(), f1.data(), f2.data(), f3.data(), f4.data(), f5.data(), 32);
         EXPECT_EQ(dst, Bytes(32, 2));
     }
 }
@@ -87,7 +88,7 @@ TEST(ExtremumFilter, BlendsInTheBodyAndSelectsInTheTail)
     {
         int f1, f2, f3, body, tail;
     } three[] = {{127, 127, 127, 63, 127}, {0, 100, 255, 52, 255}, {128, 0, 0, 64, 0},
-                 {0, 254, 0, 0, 0},        {255, 0, 255, 64, 255}, {100, 200, 0, 50, 0}};
+                 {0, 254, 0, 1, 0},        {255, 0, 255, 64, 255}, {100, 200, 0, 50, 0}};
     for (const auto& c : three) {
         const Results<unsigned char> found = of_three<unsigned char>(extremum, c.f1, c.f2, c.f3);
         EXPECT_EQ(found.body, c.body) << c.f1 << " " << c.f2 << " " << c.f3;
