@@ -152,7 +152,6 @@ void CUtils_SSE::MedianFilter2DWin3Short(short* dst, short* src, int pitch, int 
 {
     // As many bytes of each row are copied as it has columns, and what is filtered behind whole steps of six columns depends
     // on width mod 8, both on purpose.
-    const int steps = width < 8 ? 0 : (width - 8) / 6 + 1;
-    const int last = std::min(6 * steps + width % 8, width - 2);
-    median_3x3<i16, short>(dst, src, pitch, height, width, width < 8 ? 0 : last);
+    const int last = width < 8 ? 0 : std::min(6 * ((width - 8) / 6 + 1) + width % 8, width - 2);
+    median_3x3<i16, short>(dst, src, pitch, height, width, last);
 }
