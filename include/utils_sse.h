@@ -817,6 +817,187 @@ public:
     static void UTILS_SSE_CALL SeparateBands(short* low, short* high, const unsigned char* src, int width, int height);
 
     /** @}
+     *  @name Median filters
+     *  Medians along time and in space, against impulses and speckle: an outlier vanishes, an edge stays.
+     *
+     *  The functions over frames know of no rows: a frame is n values one behind the other, a whole image or a part of it.
+     *  The functions over images take height rows of width values, row r from element r * pitch on; source and destination
+     *  have the same pitch, counted in elements, and what lies between width and pitch is neither read nor written. Their
+     *  destination must not overlap the source.
+     *  @{ */
+
+    /** Median of three frames, pixel by pixel: dst = max(min(f2, f3), min(max(f2, f3), f1)).
+     *  @param[out] dst  n values; may equal a frame
+     *  @param[in]  f1   n values
+     *  @param[in]  f2   n values
+     *  @param[in]  f3   n values
+     *  @param      n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL MedianFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2,
+                                            const unsigned char* f3, int n);
+
+    /** A smoothing of five frames, pixel by pixel. **It is not their median, but in the tail.**
+     *
+     *  **Body and tail differ.** The body leaves frame 1 out, and its result is one of the other four, chosen by
+     *      lo = min(f5, f4), hi = max(f5, f4), t = min(hi, f3), u = min(max(hi, f3), f2),
+     *      dst = max(max(min(lo, t), min(t, u)), min(max(t, u), f2)):
+     *  of (f1 .. f5) = (9, 1, 2, 3, 4) it is 2, of (0, 4, 3, 2, 1) 3, of (0, 1, 1, 3, 3) 1. The tail takes the true median of
+     *  all five. A caller who wants medians only passes the pixels in calls of fewer than a block; one who wants the body's
+     *  choice only pads to whole blocks.
+     *  @param[out] dst  n values; may equal a frame
+     *  @param[in]  f1   n values, of which those of the body do not matter
+     *  @param[in]  f2   n values
+     *  @param[in]  f3   n values
+     *  @param[in]  f4   n values
+     *  @param[in]  f5   n values
+     *  @param      n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL MedianFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2,
+                                            const unsigned char* f3, const unsigned char* f4, const unsigned char* f5, int n);
+
+    /** Median of three frames of 16-bit values; as for bytes, but block 8.
+     *  @param[out] dst  n values; may equal a frame
+     *  @param[in]  f1   n values
+     *  @param[in]  f2   n values
+     *  @param[in]  f3   n values
+     *  @param      n    number of values; block 8
+     */
+    static void UTILS_SSE_CALL MedianFilter(short* dst, const short* f1, const short* f2, const short* f3, int n);
+
+    /** A smoothing of five frames of 16-bit values; as for bytes, but block 8. **Body and tail differ** in the same way.
+     *  @param[out] dst  n values; may equal a frame
+     *  @param[in]  f1   n values, of which those of the body do not matter
+     *  @param[in]  f2   n values
+     *  @param[in]  f3   n values
+     *  @param[in]  f4   n values
+     *  @param[in]  f5   n values
+     *  @param      n    number of values; block 8
+     */
+    static void UTILS_SSE_CALL MedianFilter(short* dst, const short* f1, const short* f2, const short* f3, const short* f4,
+                                            const short* f5, int n);
+
+    /** The extreme one of three frames, pixel by pixel, blended with the mean of the others.
+     *
+     *  **Body and tail differ.** In the body the magnitude of a pixel is that of the byte read as signed: x up to 127, else
+     *  256 - x. With A the largest magnitude, V the value of the latest frame that has it, and O the sum of the two other
+     *  values halved and rounded down, dst = (O * (128 - A) + V * A) >> 8: the weights add up to half the divisor, so that
+     *  results lie in 0 .. 127. Three frames of 127 give 63.
+     *
+     *  The tail measures by |x - 127| instead and does not blend: dst is the value of the latest frame that is farthest from
+     *  127. (0, 100, 255) gives 52 in the body and 255 in the tail.
+     *  @param[out] dst  n pixels; may equal a frame
+     *  @param[in]  f1   n pixels
+     *  @param[in]  f2   n pixels
+     *  @param[in]  f3   n pixels
+     *  @param      n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL ExtremumFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2,
+                                              const unsigned char* f3, int n);
+
+    /** The extreme one of five frames, pixel by pixel, blended with the mean of the others.
+     *
+     *  **Body and tail differ.** In the body the magnitude of a pixel is |x - 127|, unlike with three frames. With A the
+     *  largest magnitude, V the value of the latest frame that has it, and O a quarter of the sum of the four other values,
+     *  rounded down, dst = min(255, (O * (255 - A) + V * A) >> 7): the weights add up to about twice the divisor, so that
+     *  bright results saturate. Five frames of 127 give 253.
+     *
+     *  **The tail is no extremum:** it takes the median of the five.
+     *  @param[out] dst  n pixels; may equal a frame
+     *  @param[in]  f1   n pixels
+     *  @param[in]  f2   n pixels
+     *  @param[in]  f3   n pixels
+     *  @param[in]  f4   n pixels
+     *  @param[in]  f5   n pixels
+     *  @param      n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL ExtremumFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2,
+                                              const unsigned char* f3, const unsigned char* f4, const unsigned char* f5, int n);
+
+    /** Exact median of the 3x3 neighbourhood.
+     *
+     *  Every pixel but those of the first and last row and column is filtered; these are copied. **With a width below 16 or a
+     *  height below 3 the image is only copied.**
+     *  @param[out] dst     height rows of width pixels
+     *  @param[in]  src     height rows of width pixels
+     *  @param      pitch   pixels from row to row, width at least
+     *  @param      width   pixels per row; <= 0 does nothing; block 16
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin3(unsigned char* dst, const unsigned char* src, int pitch, int width,
+                                                  int height);
+
+    /** Exact median of the 3x3 neighbourhood, for floats.
+     *
+     *  With an odd width, from 3 on, every pixel but those of the first and last row and column is filtered. **With an even
+     *  width columns width - 3 and width - 2 are not filtered either.** What is not filtered is copied. A height below 3
+     *  gives a copy.
+     *
+     *  With min(x, y) = x < y ? x : y and max(x, y) = x > y ? x : y the steps are, for a column of three values a, b, c from
+     *  top to bottom: lo = min(a, b), hi = max(a, b), t = min(hi, c); lowest min(lo, t), middle max(lo, t), highest
+     *  max(hi, c). Then, from left to right, P is the largest of the lowest, max(max(., .), .), R the smallest of the
+     *  highest, and Q the middle one of the middles x, y, z after exchanging x and y if x > y, y and z if y > z, x and y if
+     *  x > y. The result is max(min(P, Q), min(max(P, Q), R)). This settles what becomes of NaN, which is in no order, and of
+     *  zeros of both signs; of other numbers it is the median.
+     *  @param[out] dst     height rows of width floats
+     *  @param[in]  src     height rows of width floats
+     *  @param      pitch   floats from row to row, width at least
+     *  @param      width   floats per row; <= 0 does nothing; block 4
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin3(float* dst, const float* src, int pitch, int width, int height);
+
+    /** Exact median of the 3x3 neighbourhood, for 16-bit values.
+     *
+     *  **Of every row only the first width bytes are copied:** its first width / 2 values and, when width is odd, the low
+     *  byte of the next one. All other values of dst, the right border among them, keep what they held unless they are
+     *  filtered. With a width below 8 or a height below 3 this copy is all that happens.
+     *
+     *  **How far a row is filtered depends on its width:** inner rows are filtered from column 1 to column
+     *  min(6 k + width mod 8, width - 2), where k = floor((width - 8) / 6) + 1. Width 16 ends with column 12, width 17 with
+     *  column 13, width 18 with column 14, widths 8 to 15 with the last inner one.
+     *  @param[in,out] dst     height rows of width values
+     *  @param[in]     src     height rows of width values; not written
+     *  @param         pitch   values from row to row, width at least
+     *  @param         width   values per row; <= 0 does nothing; block 8
+     *  @param         height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin3Short(short* dst, short* src, int pitch, int width, int height);
+
+    /** Exact median of the 5x5 neighbourhood.
+     *
+     *  Every pixel at least two away from each border is filtered, at any width and height; the others are copied.
+     *  @param[out] dst     height rows of width pixels
+     *  @param[in]  src     height rows of width pixels
+     *  @param      pitch   pixels from row to row, width at least
+     *  @param      width   pixels per row; <= 0 does nothing
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin5(unsigned char* dst, const unsigned char* src, int pitch, int width,
+                                                  int height);
+
+    /** Exact median of the 5x5 neighbourhood, for floats; as for bytes.
+     *
+     *  The result is always one of the 25 values, bit for bit. Which one is not promised where a NaN is among them; where the
+     *  median is 0 and zeros of both signs are among them, it is one of these.
+     *  @param[out] dst     height rows of width floats
+     *  @param[in]  src     height rows of width floats
+     *  @param      pitch   floats from row to row, width at least
+     *  @param      width   floats per row; <= 0 does nothing
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin5(float* dst, const float* src, int pitch, int width, int height);
+
+    /** Exact median of the 5x5 neighbourhood, for 16-bit values; as for bytes. Whole rows are copied, unlike in
+     *  MedianFilter2DWin3Short().
+     *  @param[out] dst     height rows of width values
+     *  @param[in]  src     height rows of width values; not written
+     *  @param      pitch   values from row to row, width at least
+     *  @param      width   values per row; <= 0 does nothing
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin5Short(short* dst, short* src, int pitch, int width, int height);
+
+    /** @}
      *  @name Display pixels
      *  A packed colour pixel is 4 bytes in memory order blue, green, red, fill.
      *  @{ */

@@ -120,6 +120,11 @@ struct TypedArgument : Argument
         reads_before = std::move(elements);
         return std::move(*this);
     }
+    TypedArgument&& finite() &&
+    {
+        is_finite = true;
+        return std::move(*this);
+    }
     template <class... V>
     TypedArgument&& sweep(V... values) &&
     {
@@ -152,6 +157,19 @@ TypedArgument<ROLE> array(const char* name, Extent extent)
 inline auto in(const char* name, Extent extent)
 {
     return array<Role::in>(name, std::move(extent));
+}
+/** An input whose parameter lacks the const. */
+struct WritableInput : TypedArgument<Role::in>
+{
+    template <class P>
+    static constexpr bool fits()
+    {
+        return std::is_pointer_v<P> && !std::is_const_v<std::remove_pointer_t<P>>;
+    }
+};
+inline auto in_declared_writable(const char* name, Extent extent)
+{
+    return WritableInput{in(name, std::move(extent))};
 }
 inline auto out(const char* name, Extent extent)
 {
@@ -245,10 +263,10 @@ struct Invoker
     }
 };
 
-template <class P, Role ROLE>
-Argument bind(TypedArgument<ROLE> argument)
+template <class P, class A>
+Argument bind(A argument)
 {
-    static_assert(TypedArgument<ROLE>::template fits<P>(), "the role does not suit the type of the parameter");
+    static_assert(A::template fits<P>(), "the role does not suit the type of the parameter");
     using Plain = std::remove_cv_t<std::remove_pointer_t<P>>;
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;

@@ -18,8 +18,9 @@ namespace operations {
 // The counts that functions take, by the names they have in utils_sse.h. Formulas of the table are written in these words.
 #define UTILS_SSE_COUNTS(X)                                                                                                    \
     X(n)                                                                                                                       \
-    X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)  \
-        X(rampEnd) X(percent)
+    X(lines)                                                                                                                   \
+    X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)           \
+        X(rampEnd) X(percent) X(pitch)
 
 struct Counts
 {
@@ -95,6 +96,7 @@ struct Argument
     Extent reads_beyond;       ///< elements behind them that may be read and do not matter
     Extent reads_before;       ///< elements in front of the first one that are read
     std::size_t alignment = 0; ///< in bytes, what the contract demands beyond the element's own; 0: nothing
+    bool is_finite = false;    ///< what NaN, infinities and zeros of both signs give is not promised to the bit
 
     // Counts
     CountMember member = nullptr;

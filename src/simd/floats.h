@@ -101,6 +101,15 @@ UTILS_SSE_INLINE f32 interleave_high(f32 x, f32 y)
 {
     return {_mm_unpackhi_ps(x.v, y.v)};
 }
+// x0 x2 y0 y2, and x1 x3 y1 y3.
+UTILS_SSE_INLINE f32 even_lanes(f32 x, f32 y)
+{
+    return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(2, 0, 2, 0))};
+}
+UTILS_SSE_INLINE f32 odd_lanes(f32 x, f32 y)
+{
+    return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(3, 1, 3, 1))};
+}
 template <>
 UTILS_SSE_INLINE f32 zero<f32>()
 {

@@ -130,6 +130,27 @@ UTILS_SSE_INLINE V high_halves(V x, V y)
     return {_mm_unpackhi_epi64(x.v, y.v)};
 }
 
+// The lanes with even numbers of x, then those of y; and the same of the odd ones. Bytes below 256 and 16-bit values pass the
+// saturating packs unchanged.
+UTILS_SSE_INLINE u8 even_lanes(u8 x, u8 y)
+{
+    const __m128i mask = _mm_set1_epi16(255);
+    return {_mm_packus_epi16(_mm_and_si128(x.v, mask), _mm_and_si128(y.v, mask))};
+}
+UTILS_SSE_INLINE u8 odd_lanes(u8 x, u8 y)
+{
+    return {_mm_packus_epi16(_mm_srli_epi16(x.v, 8), _mm_srli_epi16(y.v, 8))};
+}
+UTILS_SSE_INLINE i16 even_lanes(i16 x, i16 y)
+{
+    const auto even = [](__m128i z) UTILS_SSE_LAMBDA { return _mm_srai_epi32(_mm_slli_epi32(z, 16), 16); };
+    return {_mm_packs_epi32(even(x.v), even(y.v))};
+}
+UTILS_SSE_INLINE i16 odd_lanes(i16 x, i16 y)
+{
+    return {_mm_packs_epi32(_mm_srai_epi32(x.v, 16), _mm_srai_epi32(y.v, 16))};
+}
+
 // --- 16-bit integers -----------------------------------------------------------------------------------------------
 
 // Sign-extended to 32 bits: each sample is interleaved with its sign.

@@ -210,5 +210,21 @@ struct Part
     }
 };
 
+template <int Bytes>
+struct Part<f32, Bytes>
+{
+    using T = float;
+    static constexpr int elements = Bytes / 4;
+
+    static UTILS_SSE_INLINE f32 load(const float* p)
+    {
+        return {_mm_castsi128_ps(Part<i32, Bytes>::load(reinterpret_cast<const int*>(p)).v)};
+    }
+    static UTILS_SSE_INLINE void store(float* p, f32 x)
+    {
+        Part<i32, Bytes>::store(reinterpret_cast<int*>(p), i32{_mm_castps_si128(x.v)});
+    }
+};
+
 } // namespace UTILS_SSE_TIER
 } // namespace simd

@@ -185,7 +185,7 @@ private:
         std::size_t source = npos; // of what shared arguments have in common
         for (std::size_t i = 0; i < arguments_.size(); ++i) {
             const Argument& argument = arguments_[i];
-            const bool tame = data_set_ == 0;
+            const bool tame = data_set_ == 0 || argument.is_finite;
             if (argument.role == Role::count)
                 values_[i] = Value(static_cast<int>(counts_.*argument.member));
             if (argument.role == Role::scalar) {
