@@ -1,5 +1,6 @@
 // Times every operation of the table at short lengths and in L1, L2 and memory: the library, the plain loops of each
 // compiler, and the library with prefetch the other way round. Results are compared before anything is timed.
+#include "block_search.h"
 #include "operations.h"
 
 #include <benchmark/benchmark.h>
@@ -220,7 +221,13 @@ int main(int argc, char** argv)
 
     bool all_agree = true;
     const std::vector<Operation>& all = operations::all();
-    for (std::size_t i = 0; i < all.size(); ++i)
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (!all[i].own_cases.empty()) {
+            for (const Candidate& candidate : candidates)
+                all_agree &= add_block_search(all[i], candidate.name,
+                                              candidate.functions ? candidate.functions[i] : all[i].function);
+            continue;
+        }
         for (const Size& size : kSizes) {
             const Counts counts = fitting_counts(all[i], size);
             for (const Candidate& candidate : candidates) {
@@ -231,6 +238,7 @@ int main(int argc, char** argv)
                                              counts);
             }
         }
+    }
     if (!all_agree)
         return 1;
 

@@ -102,6 +102,17 @@ def measured(medians, counters, context, spread, operations):
     return lines
 
 
+def searches(medians, counters, operations):
+    """Operations with cases of their own: one size, work counted in candidates."""
+    lines = ["", "### Block matching", "", "Blocks of 33 rows of 32 pixels; ratios as above.", ""]
+    rows = []
+    for operation, size in sorted(key for key in medians if key[0] in operations):
+        group, scored = medians[operation, size], counters[operation, size]["elements"]
+        time = group["utils_sse"] / scored
+        rows.append([operation, size, ratios(group, COMPETITORS), f"{time:.1f}", f"{1000 / time:.1f}"])
+    return lines + table(["operation", "call", "plain loop", "ns per candidate", "million candidates per second"], rows)
+
+
 def summary(medians, operations):
     """A small table for the README: the best competitor, at three sizes."""
     rows = []
@@ -134,7 +145,9 @@ if __name__ == "__main__":
     with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../operations/table.inc")) as file:
         order = [name + (f" ({overload})" if overload else "") for name, overload in re.findall(r'^OPERATION\((\w+), "([^"]*)"', file.read(), re.M)]
     operations = operations_of(medians)
+    own = [operation for operation in operations if not any((operation, size) in medians for size in SIZES)]
+    operations = [operation for operation in operations if operation not in own]
     SIZES = [size for size in SIZES if all((operation, size) in medians for operation in operations)]
-    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations))
+    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations) + (searches(medians, counters, own) if own else []))
     if arguments.readme:
         replace_between(arguments.readme, "<!-- begin: speed -->", "<!-- end: speed -->", summary(medians, operations))

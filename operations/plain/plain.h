@@ -36,5 +36,7 @@ struct PLAIN_LIBRARY
 
 #include "bands.inc"
 
+#include "block_search.inc"
+
 #include "pixel.inc"
 };
