@@ -998,6 +998,104 @@ public:
     static void UTILS_SSE_CALL MedianFilter2DWin5Short(short* dst, short* src, int pitch, int width, int height);
 
     /** @}
+     *  @name Motion search
+     *  Block matching in 8-bit images: where does a reference block reappear? RoughCorrelation() scores a list of positions and
+     *  gathers the good ones in clusters; FineCorrelation() takes the positions of these clusters, as they are, and searches
+     *  around each. The score is the normalised cross-correlation (see Lewis, "Fast Normalized Cross-Correlation", 1995, for
+     *  its use and its running sums), scaled to 255 and in integers where the formulas below say so.
+     *
+     *  **Blocks.** A block has H = 2 half + 1 rows of W = width pixels; its position is the (row, column) of its top left
+     *  corner. Rows above or below the image are its first or last row; **columns are not clamped**: x .. x + W - 1 must lie
+     *  in the row, and for the fine search 5 more on both sides. Positions are read as signed 16-bit numbers. A width that is
+     *  no multiple of 32 is outside the contract but for this: pixels beyond the last whole 32 of a row enter no sum, while H
+     *  and W below still count them.
+     *
+     *  **Score**, with p the pixels of the candidate and q those of the reference:
+     *  - m = float(sum of p) / float(H W), truncated; mq = mean, truncated.
+     *  - S = sum of (p - m)^2 over all rows; sigma = sqrt(float(S) / (float(H) float(W))); k = 255 / (sigma deviation).
+     *  - C = sum of (p - m)(q - mq): over rows 0, 2, 4, .. (rough, half + 1 rows), over all rows (fine).
+     *  - value = float(C) k / (float(H) float(W) / 2 - 1), the division in double (rough);
+     *    value = float(C) k / (float(H) float(W) - 1) (fine).
+     *  - The score is **the low 8 bits** of |value truncated to an integer|: values from 256 on wrap, so that a perfect match
+     *    may score next to nothing. In the rough search it lies just above 255; pass the deviation slightly enlarged.
+     *    Opposite contrast scores like equal contrast. NaN and infinite values (flat blocks) score 0.
+     *
+     *  Differences wrap to 16 bits (a mean far outside 0 .. 255), sums to 32 bits, signed: S can wrap from about 130 000
+     *  pixels on. A negative S makes a NaN, which scores 0.
+     *
+     *  **Clusters.** Candidates are visited in order. One whose score does not exceed the threshold is skipped. One that is
+     *  more than 15 rows **and** more than 15 columns away from the anchor opens the next slot and becomes its anchor, others
+     *  belong to the slot that was opened last, however far away they are in one direction. If the score exceeds best[slot],
+     *  the slot takes score and position. Slots are numbered from 1; slot 0 is never written. At the start there is no slot
+     *  and the anchor is (-100, -100); a candidate within 15 rows or columns of it does not open a slot and, as long as there
+     *  is none, is dropped. With a threshold below 0 a slot may be opened that nothing is written to.
+     *
+     *  **Left behind.** After a call `work` holds the pixels of the last candidate visited and scratch[j] the sum of its
+     *  (p - m)^2 over pixels 8 i + 2 j and 8 i + 2 j + 1 of the last 32 counted pixels of its last row. Neither is read.
+     *  With count <= 0, and with half < 0, width < 32 or rows <= 0, *slots becomes 0 and nothing else is read or written.
+     *
+     *  Written arrays must overlap no other array. Unaligned blocks and scratch are accepted, though hosts should not rely on
+     *  it.
+     *  @{ */
+
+    /** Scores a list of candidate positions and gathers the good ones in clusters.
+     *  @param[in]     image      [rows][stride] pixels
+     *  @param[in]     rowIn      count rows, candidates 0 .. count - 1
+     *  @param[in]     columnIn   count columns
+     *  @param[in,out] rowOut     rows of the slots' best candidates; up to count + 1 entries, the first unused
+     *  @param[in,out] columnOut  their columns
+     *  @param         count      number of candidates
+     *  @param[out]    slots      number of slots opened
+     *  @param[out]    work       H W bytes, 16-byte aligned
+     *  @param[in]     reference  H W bytes, 16-byte aligned: row after row
+     *  @param[in,out] best       best score of each slot; cleared by the caller
+     *  @param         half       a block has 2 half + 1 rows
+     *  @param         stride     bytes from one image row to the next
+     *  @param         rows       rows of the image
+     *  @param[out]    scratch    4 integers, 16-byte aligned
+     *  @param         width      W, a multiple of 32; block 32
+     *  @param         deviation  standard deviation of the reference block
+     *  @param         mean       mean of the reference block
+     *  @param         threshold  to be exceeded
+     */
+    static void UTILS_SSE_CALL RoughCorrelation(unsigned char* image, unsigned short* rowIn, unsigned short* columnIn,
+                                                unsigned short* rowOut, unsigned short* columnOut, int count, int* slots,
+                                                unsigned char* work, unsigned char* reference, unsigned char* best, int half,
+                                                int stride, int rows, int* scratch, int width, float deviation, float mean,
+                                                int threshold);
+
+    /** Searches around start positions: rows -5 .. 5 (outer) and columns -5 .. 5 (inner) of each, 121 candidates.
+     *
+     *  Three things differ from the rough search besides the score: lists are read from entry **1** on, as the rough search
+     *  writes them; what is written to a slot is not the candidate's corner but **row + half** and **column + 4 +
+     *  columnOffset**, of both the low 16 bits; and clusters are formed of the candidates of all start positions together.
+     *  @param[in]     image         [rows][stride] pixels
+     *  @param[in]     rowIn         count + 1 rows, start positions 1 .. count
+     *  @param[in]     columnIn      count + 1 columns
+     *  @param[in,out] rowOut        as above; up to count + 1 entries, the first unused
+     *  @param[in,out] columnOut     as above
+     *  @param         count         number of start positions
+     *  @param[out]    slots         number of slots opened
+     *  @param[out]    work          H W bytes, 16-byte aligned
+     *  @param[in]     reference     H W bytes, 16-byte aligned
+     *  @param[in,out] best          best score of each slot; cleared by the caller
+     *  @param         half          a block has 2 half + 1 rows
+     *  @param         stride        bytes from one image row to the next
+     *  @param         rows          rows of the image
+     *  @param[out]    scratch       4 integers, 16-byte aligned
+     *  @param         width         W, a multiple of 32; block 32
+     *  @param         deviation     standard deviation of the reference block
+     *  @param         mean          mean of the reference block
+     *  @param         threshold     to be exceeded
+     *  @param         columnOffset  added to the columns written
+     */
+    static void UTILS_SSE_CALL FineCorrelation(unsigned char* image, unsigned short* rowIn, unsigned short* columnIn,
+                                               unsigned short* rowOut, unsigned short* columnOut, int count, int* slots,
+                                               unsigned char* work, unsigned char* reference, unsigned char* best, int half,
+                                               int stride, int rows, int* scratch, int width, float deviation, float mean,
+                                               int threshold, int columnOffset);
+
+    /** @}
      *  @name Display pixels
      *  A packed colour pixel is 4 bytes in memory order blue, green, red, fill.
      *  @{ */

@@ -59,6 +59,7 @@ UTILS_SSE_TYPE(CUtils_SSE, none)
 UTILS_SSE_TYPE(float, float32)
 UTILS_SSE_TYPE(int, int32)
 UTILS_SSE_TYPE(short, int16)
+UTILS_SSE_TYPE(unsigned short, int16)
 UTILS_SSE_TYPE(unsigned char, uint8)
 #undef UTILS_SSE_TYPE
 
@@ -88,7 +89,8 @@ std::string type_list()
 
 // ---- Arguments ------------------------------------------------------------------------------------------------------
 
-template <Role ROLE>
+// CONST_INPUT: whether an input's type says that it is not written.
+template <Role ROLE, bool CONST_INPUT = true>
 struct TypedArgument : Argument
 {
     template <class P>
@@ -96,7 +98,7 @@ struct TypedArgument : Argument
     {
         using Pointee = std::remove_pointer_t<P>;
         if constexpr (ROLE == Role::in)
-            return std::is_pointer_v<P> && std::is_const_v<Pointee>;
+            return std::is_pointer_v<P> && std::is_const_v<Pointee> == CONST_INPUT;
         else if constexpr (ROLE == Role::count)
             return std::is_same_v<P, int>;
         else if constexpr (ROLE == Role::scalar)
@@ -144,10 +146,10 @@ struct TypedArgument : Argument
     }
 };
 
-template <Role ROLE>
-TypedArgument<ROLE> array(const char* name, Extent extent)
+template <Role ROLE, bool CONST_INPUT = true>
+TypedArgument<ROLE, CONST_INPUT> array(const char* name, Extent extent)
 {
-    TypedArgument<ROLE> argument;
+    TypedArgument<ROLE, CONST_INPUT> argument;
     argument.name = name;
     argument.role = ROLE;
     argument.extent = std::move(extent);
@@ -158,18 +160,10 @@ inline auto in(const char* name, Extent extent)
 {
     return array<Role::in>(name, std::move(extent));
 }
-/** An input whose parameter lacks the const. */
-struct WritableInput : TypedArgument<Role::in>
+// An input whose pointer type would allow writing.
+inline auto in_not_const(const char* name, Extent extent)
 {
-    template <class P>
-    static constexpr bool fits()
-    {
-        return std::is_pointer_v<P> && !std::is_const_v<std::remove_pointer_t<P>>;
-    }
-};
-inline auto in_declared_writable(const char* name, Extent extent)
-{
-    return WritableInput{in(name, std::move(extent))};
+    return array<Role::in, false>(name, std::move(extent));
 }
 inline auto out(const char* name, Extent extent)
 {
@@ -220,6 +214,12 @@ inline Fact instruction_set(const char* name)
     return [=](Operation& operation) { operation.instruction_set = name; };
 }
 
+/** Arrays of arbitrary values will not do, for this reason: tests and benchmarks of their own drive the function. */
+inline Fact own_cases(const char* reason)
+{
+    return [=](Operation& operation) { operation.own_cases = reason; };
+}
+
 /** Sets of arguments that may be the same memory, such as "dst=a". Inputs may always equal inputs and are not listed. */
 template <class... Sets>
 Fact may_equal(Sets... sets)
@@ -263,10 +263,10 @@ struct Invoker
     }
 };
 
-template <class P, class A>
-Argument bind(A argument)
+template <class P, Role ROLE, bool CONST_INPUT>
+Argument bind(TypedArgument<ROLE, CONST_INPUT> argument)
 {
-    static_assert(A::template fits<P>(), "the role does not suit the type of the parameter");
+    static_assert(TypedArgument<ROLE, CONST_INPUT>::template fits<P>(), "the role does not suit the type of the parameter");
     using Plain = std::remove_cv_t<std::remove_pointer_t<P>>;
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;

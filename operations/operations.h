@@ -18,9 +18,8 @@ namespace operations {
 // The counts that functions take, by the names they have in utils_sse.h. Formulas of the table are written in these words.
 #define UTILS_SSE_COUNTS(X)                                                                                                    \
     X(n)                                                                                                                       \
-    X(lines)                                                                                                                   \
-    X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)           \
-        X(rampEnd) X(percent) X(pitch)
+    X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)  \
+        X(rampEnd) X(percent) X(pitch) X(half) X(stride) X(first) X(frameCount) X(weightA) X(weightB)
 
 struct Counts
 {
@@ -125,6 +124,7 @@ struct Operation
     std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array
     std::string body_and_tail;                   ///< how they differ; empty if they agree
     std::string instruction_set = "SSE2";
+    std::string own_cases;          ///< why the general tests and benchmarks cannot drive it; empty if they do
     AnyFunction function = nullptr; ///< the library's
     Value (*invoke)(AnyFunction, const Value*) = nullptr;
 

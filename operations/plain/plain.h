@@ -38,5 +38,7 @@ struct PLAIN_LIBRARY
 
 #include "medians.inc"
 
+#include "block_search.inc"
+
 #include "pixel.inc"
 };

@@ -185,6 +185,14 @@ UTILS_SSE_INLINE f64 operator*(f64 x, f64 y)
 {
     return {_mm_mul_pd(x.v, y.v)};
 }
+UTILS_SSE_INLINE f64 operator/(f64 x, f64 y)
+{
+    return {_mm_div_pd(x.v, y.v)};
+}
+UTILS_SSE_INLINE f64 broadcast_double(double x)
+{
+    return {_mm_set1_pd(x)};
+}
 // lane 0 + lane 1
 UTILS_SSE_INLINE double fold(f64 x)
 {
@@ -198,6 +206,19 @@ UTILS_SSE_INLINE f64 low_to_double(i32 x)
 UTILS_SSE_INLINE f64 high_to_double(i32 x)
 {
     return {_mm_cvtepi32_pd(_mm_unpackhi_epi64(x.v, x.v))};
+}
+UTILS_SSE_INLINE f64 low_to_double(f32 x)
+{
+    return {_mm_cvtps_pd(x.v)};
+}
+UTILS_SSE_INLINE f64 high_to_double(f32 x)
+{
+    return {_mm_cvtps_pd(_mm_movehl_ps(x.v, x.v))};
+}
+// Rounded to nearest: low into lanes 0 and 1, high into lanes 2 and 3.
+UTILS_SSE_INLINE f32 to_float(f64 low, f64 high)
+{
+    return {_mm_movelh_ps(_mm_cvtpd_ps(low.v), _mm_cvtpd_ps(high.v))};
 }
 
 // --- between floats and 32-bit integers ----------------------------------------------------------------------------

@@ -349,6 +349,14 @@ UTILS_SSE_INLINE i32 subtract_wrap(i32 x, i32 y)
 {
     return {_mm_sub_epi32(x.v, y.v)};
 }
+// The low 32 bits of the products.
+UTILS_SSE_INLINE i32 multiply_wrap(i32 x, i32 y)
+{
+    const __m128i even = _mm_mul_epu32(x.v, y.v);                                        // p0 . p2 .
+    const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(x.v, 32), _mm_srli_epi64(y.v, 32)); // p1 . p3 .
+    return {
+        _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(2, 0, 2, 0)), _mm_shuffle_epi32(odd, _MM_SHUFFLE(2, 0, 2, 0)))};
+}
 UTILS_SSE_INLINE i32 broadcast_int(int x)
 {
     return {_mm_set1_epi32(x)};
@@ -358,6 +366,11 @@ UTILS_SSE_INLINE int fold_wrap(i32 x)
 {
     const __m128i pairs = _mm_add_epi32(x.v, _mm_shuffle_epi32(x.v, _MM_SHUFFLE(1, 0, 3, 2)));
     return _mm_cvtsi128_si32(_mm_add_epi32(pairs, _mm_shuffle_epi32(pairs, _MM_SHUFFLE(2, 3, 0, 1))));
+}
+// The sums of all lanes of x, of y, of z and of w; each wraps.
+UTILS_SSE_INLINE i32 fold_each_wrap(i32 x, i32 y, i32 z, i32 w)
+{
+    return add_neighbours_wrap(add_neighbours_wrap(x, y), add_neighbours_wrap(z, w));
 }
 UTILS_SSE_INLINE int lane_0(i32 x)
 {
@@ -405,6 +418,16 @@ UTILS_SSE_INLINE i16 widen_low(u8 x)
 UTILS_SSE_INLINE i16 widen_high(u8 x)
 {
     return {_mm_unpackhi_epi8(x.v, _mm_setzero_si128())};
+}
+
+// Bytes 0, 2, 4, .., zero-extended, and bytes 1, 3, 5, ..
+UTILS_SSE_INLINE i16 widen_even(u8 x)
+{
+    return {_mm_and_si128(x.v, _mm_set1_epi16(255))};
+}
+UTILS_SSE_INLINE i16 widen_odd(u8 x)
+{
+    return {_mm_srli_epi16(x.v, 8)};
 }
 
 // (x + y + 1) >> 1

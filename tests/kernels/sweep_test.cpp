@@ -375,6 +375,15 @@ std::string test_name(const testing::TestParamInfo<std::size_t>& test)
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, Sweep, testing::Range<std::size_t>(0, operations::all().size()), test_name);
+std::vector<std::size_t> swept()
+{
+    std::vector<std::size_t> indices;
+    for (std::size_t i = 0; i < operations::all().size(); ++i)
+        if (operations::all()[i].own_cases.empty())
+            indices.push_back(i);
+    return indices;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, Sweep, testing::ValuesIn(swept()), test_name);
 
 } // namespace
