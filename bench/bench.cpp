@@ -1,5 +1,6 @@
 // Times every operation of the table at short lengths and in L1, L2 and memory: the library, the plain loops of each
 // compiler, and the library with prefetch the other way round. Results are compared before anything is timed.
+#include "ensembles.h"
 #include "operations.h"
 
 #include <benchmark/benchmark.h>
@@ -231,6 +232,8 @@ int main(int argc, char** argv)
                                              counts);
             }
         }
+    for (const Candidate& candidate : candidates)
+        all_agree &= register_ensembles(candidate.name, candidate.functions);
     if (!all_agree)
         return 1;
 

@@ -31,6 +31,11 @@ inline long long min(long long x, long long y)
     return std::min(x, y);
 }
 
+inline long long equal(long long x, long long y)
+{
+    return x == y ? 1 : 0;
+}
+
 #define UTILS_SSE_LOCAL(name) [[maybe_unused]] const long long name = std::max(given.name, 0LL);
 #define EXTENT(formula_)                                                                                                       \
     operations::Extent                                                                                                         \
@@ -96,7 +101,7 @@ struct TypedArgument : Argument
     {
         using Pointee = std::remove_pointer_t<P>;
         if constexpr (ROLE == Role::in)
-            return std::is_pointer_v<P> && std::is_const_v<Pointee>;
+            return std::is_pointer_v<P>; // to const, but for IIRPerformMatrix
         else if constexpr (ROLE == Role::count)
             return std::is_same_v<P, int>;
         else if constexpr (ROLE == Role::scalar)
@@ -105,9 +110,10 @@ struct TypedArgument : Argument
             return std::is_pointer_v<P> && !std::is_const_v<Pointee>;
     }
 
-    TypedArgument&& aligned(std::size_t bytes) &&
+    TypedArgument&& aligned(std::size_t bytes, Extent where = {}) &&
     {
         alignment = bytes;
+        aligned_where = std::move(where);
         return std::move(*this);
     }
     TypedArgument&& may_read_beyond(Extent slack) &&
@@ -190,6 +196,11 @@ using Fact = std::function<void(Operation&)>;
 inline Fact block(int elements)
 {
     return [=](Operation& operation) { operation.block = elements; };
+}
+
+inline Fact ensembles()
+{
+    return [=](Operation& operation) { operation.takes_ensemble = true; };
 }
 
 inline Fact body_and_tail(const char* difference)

@@ -36,5 +36,7 @@ struct PLAIN_LIBRARY
 
 #include "bands.inc"
 
+#include "ensembles.inc"
+
 #include "pixel.inc"
 };
