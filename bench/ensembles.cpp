@@ -129,8 +129,6 @@ bool register_ensembles(const std::string& candidate, const AnyFunction* functio
                         benchmark::ClobberMemory();
                     }
                     state.counters["elements"] = kPixels;
-                    state.counters["ns_per_pixel"] = benchmark::Counter(
-                        kPixels * 1e-9, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
                 });
             }
         }

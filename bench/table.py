@@ -16,6 +16,7 @@ import subprocess
 import sys
 
 SIZES = ["7", "23", "128", "L1", "L2", "memory"]
+ENSEMBLES = ["N=8", "N=10", "N=12"]
 COMPETITORS = ["gcc", "clang"]
 SUMMARY = ["23", "128", "L1", "L2"]  # of the README
 NOISE = 0.95  # a ratio above this is not called a loss
@@ -86,6 +87,12 @@ def measured(medians, counters, context, spread, operations):
         "",
     ]
     lines += table(["operation"] + SIZES, [[operation] + [ratios(medians[operation, size], names) for size in SIZES] for operation in operations])
+    ensembles = [operation for operation in operations if (operation, ENSEMBLES[0]) in medians]
+    if ensembles:
+        lines += ["", "### Ensembles", "", "Many pixels in one run; nanoseconds per pixel, and the ratios as above.", ""]
+        rows = [[operation] + [f"{medians[operation, size]['utils_sse'] / counters[operation, size]['elements']:.1f}; {ratios(medians[operation, size], names)}"
+                               for size in ENSEMBLES] for operation in ensembles]
+        lines += table(["operation"] + ENSEMBLES, rows)
     lines += ["", "### Absolute figures", "", "Nanoseconds per call at short lengths; nanoseconds per element and gigabytes per second (each byte read or written counted once) beyond.", ""]
     rows = []
     for operation in operations:

@@ -872,11 +872,11 @@ public:
      *
      *  **n = 10: row 2b of the matrix makes both outputs 2b and 2b + 1, and odd rows are not read.** The sums run as for 12,
      *  with zero products in the places 10 and 11. A host has to know: the filtered ensemble holds five different samples, each
-     *  twice. Every second lag-one pair of AutoCorrelateSSE() is then a sample with itself, whose phase is 0: the estimated
-     *  phase is too small and spread too. For the full product a host can call with n = 10 twice, the second time with the
-     *  matrix moved up by one row (row 2b + 1 in the place of row 2b), take even outputs from the first and odd ones from the
-     *  second; or embed the 10 x 10 matrix in a 12 x 12 one whose other entries are 0, with two zero samples behind the
-     *  ensemble, and call with n = 12, which gives the same sums.
+     *  twice. Every second lag-one pair of AutoCorrelateSSE() is then a sample with itself, of phase 0, so that phase and
+     *  spread come out too small. A host that wants all ten rows embeds the 10 x 10 matrix in a 12 x 12 one whose other entries
+     *  are 0, puts two zero samples behind the ensemble and calls with n = 12: these are the same sums. Or it calls with
+     *  n = 10 twice, the second time with a copy of the matrix that begins with row 1, and takes outputs 1, 3, .. 9 from places
+     *  0, 2, .. 8 of the second result.
      *
      *  **Any other n.** Each row is summed to 0 in increasing c, in single precision. n <= 0 does nothing.
      *  @param      n       firings

@@ -13,7 +13,8 @@ struct Sums
     float re, im, power;
 };
 
-// Four samples, and the sample behind each; behind the last one of the ensemble lies zero.
+// Four samples, and the sample behind each; behind the last one of the ensemble lies zero. The latter are shuffled, not
+// loaded from x + 1: such a load would wait for the two stores of a filter that has just written the ensemble.
 struct Position
 {
     f32 at, next;

@@ -101,6 +101,16 @@ UTILS_SSE_INLINE f32 interleave_high(f32 x, f32 y)
 {
     return {_mm_unpackhi_ps(x.v, y.v)};
 }
+// x0 x1 y0 y1
+UTILS_SSE_INLINE f32 join_low(f32 x, f32 y)
+{
+    return {_mm_movelh_ps(x.v, y.v)};
+}
+// x2 x3, and again x2 x3
+UTILS_SSE_INLINE f32 upper_two(f32 x)
+{
+    return {_mm_movehl_ps(x.v, x.v)};
+}
 // x1 x2 x3 y0
 UTILS_SSE_INLINE f32 following(f32 x, f32 y)
 {

@@ -163,6 +163,11 @@ UTILS_SSE_INLINE void store_eight(unsigned char* p, u8 x)
 {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), x.v);
 }
+// From a multiple of 16 bytes: SSE arithmetic takes such operands straight from memory.
+UTILS_SSE_INLINE f32 load_aligned(const float* p)
+{
+    return {_mm_load_ps(p)};
+}
 UTILS_SSE_INLINE f32 load_one(const float* p)
 {
     return {_mm_load_ss(p)};
@@ -189,6 +194,16 @@ UTILS_SSE_INLINE V in_order(V x)
     __asm__("" : "+x"(x.v));
 #endif
     return x;
+}
+
+// p, of whose contents the compiler knows nothing: it loads constants from there instead of making them.
+template <class T>
+UTILS_SSE_INLINE const T* in_memory(const T* p)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __asm__("" : "+r"(p));
+#endif
+    return p;
 }
 
 // The lowest `Bytes` bytes of a V; load and store move exactly these, the other lanes of a loaded vector are zero.
