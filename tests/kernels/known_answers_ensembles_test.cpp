@@ -169,6 +169,21 @@ TEST(AutoCorrelation, OtherLengthsAreAKindOfTheirOwn)
     }
 }
 
+TEST(AutoCorrelation, LanesBeginWithTheirFirstTerm)
+{
+    // Zeros whose signs make every term of re, and then of im, -0: one +0 among them would make the sum +0.
+    for (const int n : {8, 12, 16}) {
+        Pixel re, im;
+        for (int k = 0; k < n; ++k) {
+            re.I.at[k] = re.Q.at[k] = k % 2 ? -0.0f : 0.0f;
+            im.I.at[k] = k % 4 >= 2 ? -0.0f : 0.0f;
+            im.Q.at[k] = k % 4 == 1 || k % 4 == 2 ? -0.0f : 0.0f;
+        }
+        EXPECT_EQ(std::signbit(estimate(n, re).re[0]), n != 16) << n; // other lengths begin with +0
+        EXPECT_EQ(std::signbit(estimate(n, im).im[0]), n != 16) << n;
+    }
+}
+
 TEST(AutoCorrelation, OutputsOfOneAddressKeepTheLast)
 {
     // A host that wants the spread alone may let all results go to one place.
