@@ -998,6 +998,103 @@ public:
     static void UTILS_SSE_CALL MedianFilter2DWin5Short(short* dst, short* src, int pitch, int width, int height);
 
     /** @}
+     *  @name Colour Doppler ensembles
+     *  The ensemble of a pixel is the series of n complex samples z[k] = I[k] + j Q[k] that n firings in one direction give at
+     *  one depth, in firing order. A call handles one ensemble. **Ensembles of 8, 10 and 12 firings are computed in four
+     *  lanes, all others one sample after the other, and the two differ in more than speed**: each function says how.
+     *  Constants are given with their single-precision bit patterns, because they fix the last bits of the results.
+     *  @{ */
+
+    /** The lag-zero and lag-one autocorrelation of an ensemble: spread and power, and the real and imaginary part whose
+     *  phase is the mean Doppler shift per firing.
+     *
+     *  With sums over all pairs k = 0 .. n-2 and R0 = sum of I[k]^2 + Q[k]^2 over all n samples:
+     *
+     *      re     = sum of I[k] I[k+1] + Q[k] Q[k+1]
+     *      im     = sum of Q[k+1] I[k] - I[k+1] Q[k]
+     *      spread = 1 - sqrt(im^2 + re^2) / R0          (0 if R0 is 0)
+     *      power  = 10 log10(R0 / n + 1)                in dB; 0 for a silent pixel
+     *
+     *  that is, (re, im) is the sum of conj(z[k]) z[k+1]: the phase is positive when the samples turn counter-clockwise. spread
+     *  is 1/n for a pure tone and near 1 for noise; power is relative to a sample power of 1. The logarithm is that of the C
+     *  library in double precision, rounded once to single, then multiplied by 10; everything else is single precision.
+     *
+     *  **n = 8, 10, 12.** Lane k of four sums the terms k, k + 4 and k + 8, each term (the sum or difference of its two
+     *  products) rounded first; the lanes begin with their first term and are folded as (lane 0 + lane 1) + (lane 2 + lane 3).
+     *  Where an ensemble ends, the next sample is 0: an infinite or NaN last sample makes re and im NaN. R0 / n is R0 times
+     *  0.125 (0x3E000000), 0.1 (0x3DCCCCCD) or **0.0833332986 (0x3DAAAAA6), which is 0.0833333 and not 1/12** (0x3DAAAAAB).
+     *  Each output is one float. re and im are stored first, then power, then spread.
+     *
+     *  **Any other n**, on purpose unlike these: terms are added in increasing k to 0. **spread is relative to the power of the
+     *  first n - 1 samples**, so that it is 0 for a pure tone. R0 is the last sample's power plus that of the others, and is
+     *  divided by n. **Each output is four floats**, all of the same value, and **a null output is skipped**. For n = 1 no
+     *  sample is read and everything is 0; for n = 0 power is NaN and the rest 0; below that everything is 0.
+     *
+     *  Estimator: Kasai, Namekawa, Koyano and Omoto, "Real-Time Two-Dimensional Blood Flow Imaging Using an Autocorrelation
+     *  Technique", 1985.
+     *  @param      n          firings
+     *  @param[in]  ensembleI  n floats; for n = 8, 10 and 12 16-byte aligned; for n = 10 elements 10 and 11 must be readable
+     *                         and do not matter
+     *  @param[in]  ensembleQ  likewise
+     *  @param[out] spread     1 float for n = 8, 10 and 12, otherwise 4 floats or null; so are all outputs. No output may
+     *                         overlap an input
+     *  @param[out] power      in dB
+     *  @param[out] re         real part of the lag-one autocorrelation
+     *  @param[out] im         imaginary part of it
+     */
+    static void UTILS_SSE_CALL AutoCorrelateSSE(int n, const float* ensembleI, const float* ensembleQ, float* spread,
+                                                float* power, float* re, float* im);
+
+    /** The clutter (wall) filter: out[r] = sum over c of matrix[r][c] * in[c], for I and for Q with the same real matrix. The
+     *  host designs it: a recursive filter with its start-up, or a regression filter, is such a matrix.
+     *
+     *  **n = 8, 12.** Lane k of four sums the products k, k + 4 (and k + 8), beginning with the first product; the lanes are
+     *  folded as (lane 0 + lane 1) + (lane 2 + lane 3).
+     *
+     *  **n = 10: row 2b of the matrix makes both outputs 2b and 2b + 1, and odd rows are not read.** The sums run as for 12,
+     *  with zero products in the places 10 and 11. A host has to know: the filtered ensemble holds five different samples, each
+     *  twice. Every second lag-one pair of AutoCorrelateSSE() is then a sample with itself, of phase 0, so that phase and
+     *  spread come out too small. A host that wants all ten rows embeds the 10 x 10 matrix in a 12 x 12 one whose other entries
+     *  are 0, puts two zero samples behind the ensemble and calls with n = 12: these are the same sums. Or it calls with
+     *  n = 10 twice, the second time with a copy of the matrix that begins with row 1, and takes outputs 1, 3, .. 9 from places
+     *  0, 2, .. 8 of the second result.
+     *
+     *  **Any other n.** Each row is summed to 0 in increasing c, in single precision. n <= 0 does nothing.
+     *  @param      n       firings
+     *  @param[in]  inI     n floats; for n = 10 16-byte aligned, with elements 10 and 11 readable, which do not matter
+     *  @param[in]  inQ     likewise
+     *  @param[out] outI    n floats; for n = 8, 10 and 12 may equal inI or inQ; must not overlap the matrix
+     *  @param[out] outQ    likewise
+     *  @param[in]  matrix  [n][n] floats; for n = 10 16-byte aligned
+     */
+    static void UTILS_SSE_CALL IIRPerformMatrix(int n, float* inI, float* inQ, float* outI, float* outQ, float* matrix);
+
+    /** Turns sample k by k * theta, in place, which moves the whole Doppler spectrum by theta radians per firing:
+     *  I'[k] = c I[k] - s Q[k] and Q'[k] = c Q[k] + s I[k] with c and s the cosine and sine of k * theta. With theta the
+     *  negative phase step of moving tissue its clutter comes to rest, where a clutter filter removes it.
+     *
+     *  **n = 8, 10, 12: c and s are approximations**, off by 0.0011 at most, all in single precision. With
+     *  2 pi = 6.28318548 (0x40C90FDB), pi = 3.14159274 (0x40490FDB) and pi/2 = 1.57079637 (0x3FC90FDB):
+     *
+     *      x[0] = 0, x[k] = float(k) * theta
+     *      x = x - float(truncated(x / (2 pi))) * (2 pi);  above pi: x = x - 2 pi;  below -pi: x = x + 2 pi
+     *      y = 1.27323949 (0x3FA2F983) * x + (-0.405284733 (0xBECF817B) * x) * |x|
+     *      s = y + 0.224999994 (0x3E666666) * (y * |y| - y)
+     *
+     *  and c is the same of x + pi/2, less 2 pi where that is not below pi. For theta = 0 s is 0 and **c is 0.99999988, one
+     *  step below 1**, for sample 0 at any theta as well. x / (2 pi) beyond 32 bits counts as -2147483648. An infinite or NaN
+     *  theta makes all samples NaN but the first.
+     *
+     *  **Any other n**: c and s are cosine and sine of float(k) * theta by the C library in double precision, rounded once, with
+     *  no reduction to -pi .. pi before. n <= 0 does nothing.
+     *  @param         n          firings
+     *  @param[in,out] ensembleI  n floats; for n = 10 elements 10 and 11 must be accessible and keep their values
+     *  @param[in,out] ensembleQ  likewise; must not overlap ensembleI
+     *  @param         theta      radians per firing
+     */
+    static void UTILS_SSE_CALL MixingClutter(int n, float* ensembleI, float* ensembleQ, float theta);
+
+    /** @}
      *  @name Motion search
      *  Block matching in 8-bit images: where does a reference block reappear? RoughCorrelation() scores a list of positions and
      *  gathers the good ones in clusters; FineCorrelation() takes the positions of these clusters, as they are, and searches

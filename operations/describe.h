@@ -31,6 +31,11 @@ inline long long min(long long x, long long y)
     return std::min(x, y);
 }
 
+inline long long equal(long long x, long long y)
+{
+    return x == y ? 1 : 0;
+}
+
 #define UTILS_SSE_LOCAL(name) [[maybe_unused]] const long long name = std::max(given.name, 0LL);
 #define EXTENT(formula_)                                                                                                       \
     operations::Extent                                                                                                         \
@@ -107,9 +112,10 @@ struct TypedArgument : Argument
             return std::is_pointer_v<P> && !std::is_const_v<Pointee>;
     }
 
-    TypedArgument&& aligned(std::size_t bytes) &&
+    TypedArgument&& aligned(std::size_t bytes, Extent where = {}) &&
     {
         alignment = bytes;
+        aligned_where = std::move(where);
         return std::move(*this);
     }
     TypedArgument&& may_read_beyond(Extent slack) &&
@@ -202,6 +208,11 @@ using Fact = std::function<void(Operation&)>;
 inline Fact block(int elements)
 {
     return [=](Operation& operation) { operation.block = elements; };
+}
+
+inline Fact ensembles()
+{
+    return [=](Operation& operation) { operation.takes_ensemble = true; };
 }
 
 inline Fact body_and_tail(const char* difference)

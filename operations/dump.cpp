@@ -65,6 +65,8 @@ std::string json(const Argument& argument)
         text += ", \"reads_before\": " + quoted(argument.reads_before.formula ? argument.reads_before.text : "0");
         text += ", \"reads_beyond\": " + quoted(argument.reads_beyond.formula ? argument.reads_beyond.text : "0");
         text += ", \"alignment\": " + std::to_string(argument.alignment ? argument.alignment : argument.element_size);
+        if (argument.aligned_where.formula)
+            text += ", \"aligned_where\": " + quoted(argument.aligned_where.text);
     } else if (argument.role == Role::scalar) {
         text += ", \"typical\": " + number(argument.typical);
     } else if (argument.is_length) {

@@ -5,6 +5,7 @@
 #ifndef UTILS_SSE_OPERATIONS_H
 #define UTILS_SSE_OPERATIONS_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -96,6 +97,7 @@ struct Argument
     Extent reads_before;       ///< elements in front of the first one that are read
     std::size_t alignment = 0; ///< in bytes, what the contract demands beyond the element's own; 0: nothing
     bool is_finite = false;    ///< what NaN, infinities and zeros of both signs give is not promised to the bit
+    Extent aligned_where;      ///< if set, it demands this only where the formula is not 0
 
     // Counts
     CountMember member = nullptr;
@@ -106,6 +108,10 @@ struct Argument
 
     bool is_array() const { return role == Role::in || role == Role::out || role == Role::inout; }
     bool is_written() const { return role == Role::out || role == Role::inout; }
+    std::size_t alignment_at(const Counts& counts) const
+    {
+        return std::max(element_size, aligned_where.formula && aligned_where(counts) == 0 ? 0 : alignment);
+    }
     std::size_t bytes(const Counts& counts) const { return extent(counts) * element_size; }
     std::size_t bytes_before(const Counts& counts) const { return reads_before(counts) * element_size; }
     std::size_t bytes_beyond(const Counts& counts) const { return reads_beyond(counts) * element_size; }
@@ -122,6 +128,7 @@ struct Operation
     std::vector<Argument> arguments;
     int block = 1;                               ///< elements in one step of the body
     std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array
+    bool takes_ensemble = false;                 ///< a call handles the few samples of one pixel
     std::string body_and_tail;                   ///< how they differ; empty if they agree
     std::string instruction_set = "SSE2";
     std::string own_cases;          ///< why the general tests and benchmarks cannot drive it; empty if they do

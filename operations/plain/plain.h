@@ -40,5 +40,7 @@ struct PLAIN_LIBRARY
 
 #include "block_search.inc"
 
+#include "ensembles.inc"
+
 #include "pixel.inc"
 };

@@ -105,7 +105,9 @@ public:
             if (Failure failure = run_length(length, 16, 6))
                 return failure;
         for (const long long length : {INT_MIN, -17, -5, -1, 255, 256, 257, 300, 1023, 4099})
-            if (Failure failure = run_length(length, 4, 2))
+            if (length > 300 && operation_.takes_ensemble)
+                break; // the matrix of 4099 firings fills 64 MB
+            else if (Failure failure = run_length(length, 4, 2))
                 return failure;
         return std::nullopt;
     }
@@ -249,10 +251,10 @@ private:
 
     void place(std::size_t index)
     {
-        std::size_t alignment = std::max(arguments_[index].alignment, arguments_[index].element_size);
+        std::size_t alignment = arguments_[index].alignment_at(counts_);
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (home(i) == index)
-                alignment = std::max({alignment, arguments_[i].alignment, arguments_[i].element_size});
+                alignment = std::max(alignment, arguments_[i].alignment_at(counts_));
         Position& position = positions_[index];
         position.offset -= position.offset % alignment;
         const Bytes& content = before_[index];
