@@ -329,6 +329,13 @@ TEST_F(Commands, DemonstrateAndRecord)
     EXPECT_EQ(run("verify new/pictures/bmode.png").code, 0);
     EXPECT_EQ(run("verify new/pictures/harmonic.png").code, 0);
 
+    // The documentation shows today's pictures.
+    for (const char* name : {"bmode.png", "harmonic.png"}) {
+        const PngPicture shown = read_png(fs::path(UTILS_SSE_SOURCE_DIR "/docs/images") / (std::string("synthetic-") + name));
+        const PngPicture made = read_png(folder / "new/pictures" / name);
+        EXPECT_TRUE(shown.image.pixels == made.image.pixels && shown.image.marks == made.image.marks) << name;
+    }
+
     // The recording gives the demo's picture.
     expect_success("bmode new/echoes/pairs.yml -o again.png --harmonic sum --scale");
     const PngPicture original = read_png(folder / "new/pictures/harmonic.png");
