@@ -20,7 +20,7 @@ void write_png(OutputFile& file, const GreyImage& image, const TextFields& text)
 struct PngPicture
 {
     GreyImage image;  // pixel_size is left at 0
-    bool grey = true; // red, green and blue are equal everywhere
+    bool grey = true; // nothing but grey and marked pixels
     TextFields text;
 };
 

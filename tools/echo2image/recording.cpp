@@ -92,12 +92,19 @@ struct FramePlan
     std::size_t size = 0;                 // of a frame, in elements
 };
 
-FramePlan plan_of(const Description& description)
+enum class Firings
+{
+    first,
+    all,
+};
+
+FramePlan plan_of(const Description& description, Firings firings)
 {
     const bool picture = std::find(description.axes.begin(), description.axes.end(), "row") != description.axes.end();
     const std::int64_t components = description.content == Content::iq ? 2 : 1;
     FramePlan plan;
-    plan.size = static_cast<std::size_t>(description.lines * description.samples * components);
+    const std::int64_t count = firings == Firings::all ? description.firings : 1;
+    plan.size = static_cast<std::size_t>(description.lines * count * description.samples * components);
     std::int64_t stride = 1;
     std::vector<Axis> axes; // fastest first
     for (std::size_t i = description.axes.size(); i-- > 0;) {
@@ -108,8 +115,10 @@ FramePlan plan_of(const Description& description)
             axes.push_back({components, stride, 1});
         else if (axis == "sample")
             axes.push_back({description.samples, stride, components});
+        else if (axis == "firing" && firings == Firings::all)
+            axes.push_back({count, stride, description.samples * components});
         else if (axis == "line")
-            axes.push_back({description.lines, stride, description.samples * components});
+            axes.push_back({description.lines, stride, count * description.samples * components});
         else if (picture && axis == "column")
             axes.push_back({description.lines, stride, 1});
         else if (picture && axis == "row")
@@ -208,13 +217,13 @@ private:
 };
 
 template <class Sample>
-std::vector<Sample> read_frame(const Description& description, std::int64_t frame)
+std::vector<Sample> read_frame(const Description& description, std::int64_t frame, Firings firings = Firings::first)
 {
     if (sizeof(Sample) != static_cast<std::size_t>(bytes_per_element(description.type)))
         throw std::logic_error(name_of(description.source) + ": the samples are of another type");
     if (frame < 0 || frame >= description.frames)
         reject(description.source, "frame", "0 to " + std::to_string(description.frames - 1), std::to_string(frame));
-    const FramePlan plan = plan_of(description);
+    const FramePlan plan = plan_of(description, firings);
     std::vector<Sample> samples;
     try {
         samples = FrameReader<Sample>(description, plan).read(frame * plan.from_frame_to_frame);
@@ -324,6 +333,11 @@ const Description& Recording::description() const
 std::vector<std::int16_t> Recording::read_frame_i16(std::int64_t frame) const
 {
     return read_frame<std::int16_t>(description(), frame);
+}
+
+std::vector<std::int16_t> Recording::read_firings_i16(std::int64_t frame) const
+{
+    return read_frame<std::int16_t>(description(), frame, Firings::all);
 }
 
 std::vector<std::uint8_t> Recording::read_frame_u8(std::int64_t frame) const
