@@ -88,21 +88,18 @@ std::string type_list()
 
 // ---- Arguments ------------------------------------------------------------------------------------------------------
 
-template <Role ROLE>
+template <Role ROLE, bool CONST = ROLE == Role::in>
 struct TypedArgument : Argument
 {
     template <class P>
     static constexpr bool fits()
     {
-        using Pointee = std::remove_pointer_t<P>;
-        if constexpr (ROLE == Role::in)
-            return std::is_pointer_v<P> && std::is_const_v<Pointee>;
-        else if constexpr (ROLE == Role::count)
+        if constexpr (ROLE == Role::count)
             return std::is_same_v<P, int>;
         else if constexpr (ROLE == Role::scalar)
             return std::is_arithmetic_v<P>;
         else
-            return std::is_pointer_v<P> && !std::is_const_v<Pointee>;
+            return std::is_pointer_v<P> && std::is_const_v<std::remove_pointer_t<P>> == CONST;
     }
 
     TypedArgument&& aligned(std::size_t bytes) &&
@@ -139,10 +136,10 @@ struct TypedArgument : Argument
     }
 };
 
-template <Role ROLE>
-TypedArgument<ROLE> array(const char* name, Extent extent)
+template <Role ROLE, bool CONST = ROLE == Role::in>
+TypedArgument<ROLE, CONST> array(const char* name, Extent extent)
 {
-    TypedArgument<ROLE> argument;
+    TypedArgument<ROLE, CONST> argument;
     argument.name = name;
     argument.role = ROLE;
     argument.extent = std::move(extent);
@@ -152,6 +149,11 @@ TypedArgument<ROLE> array(const char* name, Extent extent)
 inline auto in(const char* name, Extent extent)
 {
     return array<Role::in>(name, std::move(extent));
+}
+/** An input whose declaration forgets to say so: its pointer is not one to const. */
+inline auto in_without_const(const char* name, Extent extent)
+{
+    return array<Role::in, false>(name, std::move(extent));
 }
 inline auto out(const char* name, Extent extent)
 {
@@ -245,10 +247,10 @@ struct Invoker
     }
 };
 
-template <class P, Role ROLE>
-Argument bind(TypedArgument<ROLE> argument)
+template <class P, Role ROLE, bool CONST>
+Argument bind(TypedArgument<ROLE, CONST> argument)
 {
-    static_assert(TypedArgument<ROLE>::template fits<P>(), "the role does not suit the type of the parameter");
+    static_assert(TypedArgument<ROLE, CONST>::template fits<P>(), "the role does not suit the type of the parameter");
     using Plain = std::remove_cv_t<std::remove_pointer_t<P>>;
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;

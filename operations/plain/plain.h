@@ -12,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 struct PLAIN_LIBRARY
@@ -35,6 +36,10 @@ struct PLAIN_LIBRARY
 #include "upsample.inc"
 
 #include "bands.inc"
+
+#include "colour_lines.inc"
+
+#include "fft.inc"
 
 #include "pixel.inc"
 };
