@@ -843,10 +843,12 @@ public:
      *
      *  **Limits are ORed, not clamped.** With hi = bound * pi (0x40490fdb, in single precision) and lo = -hi the result is
      *  the bitwise OR of the phase p, of hi where p >= hi, and of lo where p <= lo. Phases strictly between the limits are
-     *  unchanged; one of 2.0 and a limit of 1.5708 give 2.0 OR 1.5708 = 3.1416, neither of the two. With bound = 1 only
-     *  phases at pi are affected.
+     *  unchanged. One that crosses them becomes a number at or beyond the limit, 0x3f69dfff (0.914) for pi/4 and a limit of
+     *  pi/5 (0x3f20d97c), **or NaN,** where one of the two lies in 1 .. 2 and the other in 2 .. 4: a host with a bound from 1/pi
+     *  to 2/pi keeps phases below 2, or tests for NaN. With bound = 1 only phases at -pi are affected.
      *
-     *  At x = y = 0 the phase is pi/2 or just beside it. NaN in x or y gives NaN, as do x and y that are infinite.
+     *  At x = y = 0 the phase is pi/2 or just beside it. NaN in x or y gives NaN, and so do
+     *  infinities in both, except on the lower right.
      *
      *  The method is the well-known rational argument with a cubic polynomial (R. Lyons, "Another contender in the
      *  arctangent race", IEEE Signal Processing Magazine, 2004, and earlier folklore).

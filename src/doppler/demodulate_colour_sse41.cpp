@@ -1,4 +1,8 @@
 // Quadrature demodulation of colour lines to 32-bit integers, compiled for SSE4.1.
+//
+// The exact products are put together from their 16-bit halves all the same: eight samples and two tables take 12 vector
+// instructions, where widening first takes 14 (pmovzxwd, pmaddwd) or more (pmovsxwd, pmulld: two steps each on many
+// processors). On a recent Intel server core the others are 3 to 50 % slower.
 #include "simd/loops.h"
 #include "utils_sse.h"
 
