@@ -847,6 +847,7 @@ public:
      *  pi/5 (0x3f20d97c), **or NaN,** where one of the two lies in 1 .. 2 and the other in 2 .. 4: a host with a bound from 1/pi
      *  to 2/pi keeps phases below 2, or tests for NaN. With bound = 1 only phases at -pi are affected.
      *
+     *  The approximation misses the axes: y = 0 gives -1.8e-6 on the right, 7 units in the last place beyond pi on the left.
      *  At x = y = 0 the phase is pi/2 or just beside it. NaN in x or y gives NaN, and so do
      *  infinities in both, except on the lower right.
      *
