@@ -52,8 +52,6 @@ void CUtils_SSE::ATan2Bound(int, float* y, float* x, float bound, float* phase, 
 
 float CUtils_SSE::ColorLowPass(const short* samples, const float* taps, int n)
 {
-    if (n <= 0)
-        return 0.0f;
     f32 lanes = zero<f32>();
     const Rest rest = read_blocks<8, 2>(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         const f32x2 products = unsigned_to_float(load<i16>(samples + i)) * load<f32x2>(taps + i);
