@@ -19,7 +19,7 @@ namespace operations {
 #define UTILS_SSE_COUNTS(X)                                                                                                    \
     X(n)                                                                                                                       \
     X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)  \
-        X(rampEnd) X(percent)
+        X(rampEnd) X(percent) X(stride) X(first)
 
 struct Counts
 {
@@ -79,7 +79,9 @@ enum class Element
     float32,
     int32,
     int16,
-    uint8
+    uint8,
+    float64, // results only
+    int64
 };
 
 struct Argument

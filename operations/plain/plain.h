@@ -20,6 +20,8 @@ struct PLAIN_LIBRARY
 
 #include "vector.inc"
 
+#include "integer_vectors.inc"
+
 #include "envelope.inc"
 
 #include "envelope_fixed.inc"
@@ -35,6 +37,10 @@ struct PLAIN_LIBRARY
 #include "upsample.inc"
 
 #include "bands.inc"
+
+#include "similarity.inc"
+
+#include "centroid.inc"
 
 #include "pixel.inc"
 };

@@ -1,0 +1,196 @@
+// Similarity of two segments of RF samples: mean product, normalised correlation and normalised covariance, each with sums
+// in double or in single precision. All six share one accumulation, which forms the sums that a score needs and no other.
+#include "simd/loops.h"
+#include "utils_sse.h"
+
+using namespace simd;
+
+namespace {
+
+// --- what is accumulated in ------------------------------------------------------------------------------------------
+// add(pairs) takes the pair sums of a block, exact integers. fold() makes a total of the lanes, to which add_singly<Count>()
+// adds the first Count of four integers, one after the other.
+
+// Two lanes: pair sums 0 and 2 go to lane 0, 1 and 3 to lane 1, in this order.
+struct DoubleLanes
+{
+    using Number = double;
+    f64 lanes = zero<f64>();
+    double total = 0;
+
+    UTILS_SSE_INLINE void add(i32 pairs)
+    {
+        lanes = lanes + low_to_double(pairs);
+        lanes = lanes + high_to_double(pairs);
+    }
+    UTILS_SSE_INLINE void fold() { total = simd::fold(lanes); }
+
+    template <int Count>
+    UTILS_SSE_INLINE void add_singly(i32 terms)
+    {
+        const f64 low = low_to_double(terms);
+        const f64 high = high_to_double(terms);
+        total = total + lane<0>(low);
+        if constexpr (Count > 1)
+            total = total + lane<1>(low);
+        if constexpr (Count > 2)
+            total = total + lane<0>(high);
+        if constexpr (Count > 3)
+            total = total + lane<1>(high);
+    }
+};
+
+// Four lanes; pair sums beyond 24 bits are rounded before they are added.
+struct FloatLanes
+{
+    using Number = float;
+    f32 lanes = zero<f32>();
+    float total = 0;
+
+    UTILS_SSE_INLINE void add(i32 pairs) { lanes = lanes + to_float(pairs); }
+    UTILS_SSE_INLINE void fold() { total = simd::fold(lanes); }
+
+    template <int Count>
+    UTILS_SSE_INLINE void add_singly(i32 terms)
+    {
+        const f32 numbers = to_float(terms);
+        repeat<Count>([&](auto k) UTILS_SSE_LAMBDA { total = total + lane<k()>(numbers); });
+    }
+};
+
+// --- what is summed --------------------------------------------------------------------------------------------------
+// pairs(x, y): neighbouring terms of eight samples of each segment added; two products of (-32768)^2 wrap.
+
+struct SumA
+{
+    static UTILS_SSE_INLINE i32 pairs(i16 x, i16) { return multiply_add_pairs(x, broadcast_short(1)); }
+};
+struct SumB
+{
+    static UTILS_SSE_INLINE i32 pairs(i16, i16 y) { return multiply_add_pairs(y, broadcast_short(1)); }
+};
+struct SumAA
+{
+    static UTILS_SSE_INLINE i32 pairs(i16 x, i16) { return multiply_add_pairs(x, x); }
+};
+struct SumBB
+{
+    static UTILS_SSE_INLINE i32 pairs(i16, i16 y) { return multiply_add_pairs(y, y); }
+};
+struct SumAB
+{
+    static UTILS_SSE_INLINE i32 pairs(i16 x, i16 y) { return multiply_add_pairs(x, y); }
+};
+
+// The first `Count` samples, 1 to 4, each followed by a zero: a pair sum of these is the term of one sample.
+template <int Count>
+UTILS_SSE_INLINE i16 load_apart(const short* p)
+{
+    if constexpr (Count == 3)
+        return interleave_low(bit_or(Part<i16, 4>::load(p), move_down<-2>(Part<i16, 2>::load(p + 2))), zero<i16>());
+    else
+        return interleave_low(Part<i16, 2 * Count>::load(p), zero<i16>());
+}
+
+template <class Lanes, class>
+UTILS_SSE_INLINE Lanes at_zero()
+{
+    return {};
+}
+
+// One pass over both segments; the score gets the count and the totals in the order of Sums.
+template <class Lanes, class... Sums, class Score>
+UTILS_SSE_INLINE typename Lanes::Number score_of(const short* a, const short* b, int n, const Score& score)
+{
+    return [&](auto... lanes) UTILS_SSE_LAMBDA {
+        Rest rest = read_blocks<8, 2>(
+            n,
+            [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                const i16 x = load<i16>(a + i);
+                const i16 y = load<i16>(b + i);
+                (lanes.add(Sums::pairs(x, y)), ...);
+            },
+            ahead<1024>(a), ahead<1024>(b));
+        (lanes.fold(), ...);
+        const auto add_singly = [&](auto count) UTILS_SSE_LAMBDA {
+            const i16 x = load_apart<count()>(a + rest.i);
+            const i16 y = load_apart<count()>(b + rest.i);
+            (lanes.template add_singly<count()>(Sums::pairs(x, y)), ...);
+        };
+        if (rest.count >= 4) {
+            add_singly(std::integral_constant<int, 4>());
+            rest.i += 4;
+            rest.count -= 4;
+        }
+        if (rest.count == 3)
+            add_singly(std::integral_constant<int, 3>());
+        else if (rest.count == 2)
+            add_singly(std::integral_constant<int, 2>());
+        else if (rest.count == 1)
+            add_singly(std::integral_constant<int, 1>());
+        // Of no samples every mean is 0 / 0.
+        return score(static_cast<typename Lanes::Number>(maximum(n, 0)), lanes.total...);
+    }(at_zero<Lanes, Sums>()...);
+}
+
+// --- scores ----------------------------------------------------------------------------------------------------------
+
+template <class Lanes>
+UTILS_SSE_INLINE auto correlation(const short* a, const short* b, int n)
+{
+    return score_of<Lanes, SumAB>(a, b, n, [](auto count, auto ab) UTILS_SSE_LAMBDA { return ab / count; });
+}
+
+template <class Lanes>
+UTILS_SSE_INLINE auto normalized_correlation(const short* a, const short* b, int n)
+{
+    return score_of<Lanes, SumAA, SumBB, SumAB>(
+        a, b, n, [](auto, auto aa, auto bb, auto ab) UTILS_SSE_LAMBDA { return ab / square_root(aa * bb); });
+}
+
+// The grouping is the contract: it fixes the last bits.
+template <class Lanes>
+UTILS_SSE_INLINE auto normalized_covariance(const short* a, const short* b, int n)
+{
+    return score_of<Lanes, SumA, SumB, SumAA, SumBB, SumAB>(
+        a, b, n, [](auto count, auto sa, auto sb, auto aa, auto bb, auto ab) UTILS_SSE_LAMBDA {
+            const auto ma = sa / count;
+            const auto mb = sb / count;
+            const auto numerator = ((ab - mb * sa) - ma * sb) + (count * ma) * mb;
+            const auto vb = (bb - (mb * 2) * sb) + (count * mb) * mb;
+            const auto va = (aa - (ma * 2) * sa) + (count * ma) * ma;
+            return numerator / (square_root(vb) * square_root(va));
+        });
+}
+
+} // namespace
+
+double CUtils_SSE::Correlation(const short* a, const short* b, int n)
+{
+    return correlation<DoubleLanes>(a, b, n);
+}
+
+float CUtils_SSE::CorrelationF(const short* a, const short* b, int n)
+{
+    return correlation<FloatLanes>(a, b, n);
+}
+
+double CUtils_SSE::NormalizedCorrelation(const short* a, const short* b, int n)
+{
+    return normalized_correlation<DoubleLanes>(a, b, n);
+}
+
+float CUtils_SSE::NormalizedCorrelationF(const short* a, const short* b, int n)
+{
+    return normalized_correlation<FloatLanes>(a, b, n);
+}
+
+double CUtils_SSE::NormalizedCovariance(const short* a, const short* b, int n)
+{
+    return normalized_covariance<DoubleLanes>(a, b, n);
+}
+
+float CUtils_SSE::NormalizedCovarianceF(const short* a, const short* b, int n)
+{
+    return normalized_covariance<FloatLanes>(a, b, n);
+}
