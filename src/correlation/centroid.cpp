@@ -31,14 +31,14 @@ alignas(16) constexpr float kNextColumn[4] = {1.0f, 0.0f, 0.0f, 0.0f};
 
 void CUtils_SSE::Centroid(float& x, float& y, const unsigned char* image, int stride, int rows, int first)
 {
-    const int width = first < 0 ? 0 : stride - first;
+    const int width = first < 0 || first >= stride ? 0 : stride - first;
     const f32 next_column = load<f32>(kNextColumn);
     const f32 next_row = load<f32>(kNextRow);
     Moments body{zero<f32>(), zero<f32>(), zero<f32>()};
     // The three terms of a pixel of the tail stand side by side; lanes: column, row, pixel, nothing. Here column weights count
     // from column 0 of the image.
     f32 tail = zero<f32>();
-    f32 first_of_tail = add_to_lane_0(load<f32>(kTailWeights), to_float(stride - maximum(width, 0) % 16));
+    f32 first_of_tail = add_to_lane_0(load<f32>(kTailWeights), to_float(stride - width % 16));
     f32 row_weight = broadcast<f32>(1.0f);
     for (int r = 0; r < rows; ++r) {
         const unsigned char* const line = image + static_cast<std::ptrdiff_t>(r) * stride + first;

@@ -47,9 +47,9 @@ UTILS_SSE_INLINE void sum_rows(f32x2 (&sum)[Blocks], const Rows& rows, std::ptrd
     repeat<Blocks>([&](auto k) UTILS_SSE_LAMBDA { whole[k] = {zero<i32>(), zero<i32>()}; });
     const auto add = [&](auto k, i16 x, i16 y) UTILS_SSE_LAMBDA {
         const i16 ones = broadcast_short(1);
-        whole[k].low = add_wrap(whole[k].low, multiply_add_pairs(interleave_low(x, y), ones));
+        whole[k].low = in_order(add_wrap(whole[k].low, multiply_add_pairs(interleave_low(x, y), ones)));
         if constexpr (Columns::elements == 8)
-            whole[k].high = add_wrap(whole[k].high, multiply_add_pairs(interleave_high(x, y), ones));
+            whole[k].high = in_order(add_wrap(whole[k].high, multiply_add_pairs(interleave_high(x, y), ones)));
     };
     std::ptrdiff_t i = j;
     const std::ptrdiff_t end = minimum(rows.count, exact) * rows.stride;

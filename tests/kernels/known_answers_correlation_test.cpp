@@ -49,6 +49,18 @@ TEST(Similarity, FloatPairSumsAreRoundedBeforeFourLanesAreFolded)
     EXPECT_EQ(correlation(a, b) * 8, 4.0);
 }
 
+TEST(Similarity, DoubleSumsRoundOnceTheyAreBeyond53Bits)
+{
+    // Odd pair sums near 2^31: two lanes pass 2^53 within 2^25 samples, and then lose a one at every second addition. The exact
+    // sum is 36025503936217099. Below that every sum is exact, far beyond 32 bits.
+    Samples a((1u << 25) + 5, 32767);
+    for (std::size_t i = 1; i < a.size(); i += 2)
+        a[i] = 32766;
+    EXPECT_EQ(correlation(a, a) * size(a), 36025503927829256.0);
+    a.resize(100003);
+    EXPECT_EQ(correlation(a, a), 107367573213334.0 / 100003.0);
+}
+
 TEST(Similarity, NormalizedScores)
 {
     const Samples a = {3, -1, 4, 1, -5, 9, 2, -6, 5, 3, -5};
