@@ -64,9 +64,9 @@ struct WholeNumbers
 
     UTILS_SSE_INLINE void add(i32 pairs)
     {
-        sum = add_wrap(sum, pairs);
+        sum = in_order(add_wrap(sum, pairs));
         if constexpr (Sum::of_products)
-            upper = add_wrap(upper, shift_right<16>(pairs));
+            upper = in_order(add_wrap(upper, shift_right<16>(pairs)));
     }
     UTILS_SSE_INLINE void fold() {}
     template <int Count>
@@ -152,13 +152,14 @@ UTILS_SSE_INLINE i16 load_apart(const short* p)
 template <template <class> class Lanes, class... Sums, class Score>
 UTILS_SSE_INLINE auto score_of(const short* a, const short* b, int n, const Score& score)
 {
+    constexpr int group = sizeof...(Sums) > 3 ? 1 : 2; // five sums fill the registers
     return [&](auto... lanes) UTILS_SSE_LAMBDA {
         std::ptrdiff_t done = 0;
         do {
             const short* const x = a + done;
             const short* const y = b + done;
             const int stretch = static_cast<int>(minimum<std::ptrdiff_t>(n - done, Lanes<SumAB>::stretch));
-            Rest rest = read_blocks<8, 2>(
+            Rest rest = read_blocks<8, group>(
                 stretch,
                 [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
                     const i16 eight_x = load<i16>(x + i);
