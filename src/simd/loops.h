@@ -212,7 +212,8 @@ UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Sou
     for_up_to_three(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, f(load<float>(src + i)...)); });
 }
 
-// A sum of floats: four lanes, folded, then the tail elements one by one. term(V, i) is the lane vector or the single value to add.
+// A sum of floats: four lanes, folded, then the tail elements one by one. term(V, i) is the lane vector or the single value
+// to add.
 template <class Term, class... Streams>
 UTILS_SSE_INLINE float sum_in_lanes(int n, const Term& term, Streams... streams)
 {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -59,6 +60,7 @@ TEST(Similarity, DoubleSumsRoundOnceTheyAreBeyond53Bits)
     EXPECT_EQ(correlation(a, a) * size(a), 36025503927829256.0);
     a.resize(100003);
     EXPECT_EQ(correlation(a, a), 107367573213334.0 / 100003.0);
+    EXPECT_EQ(correlation(Samples(100003, 1), Samples(100003, -1)), -1.0);
 }
 
 TEST(Similarity, NormalizedScores)
@@ -119,6 +121,15 @@ TEST(SumAbsDiff, PixelsAreCountedOnceAndBeyond32Bits)
         EXPECT_EQ(CUtils_SSE::SumAbsDiff(black, white, n), n > 0 ? 255LL * n : 0) << n;
         EXPECT_EQ(CUtils_SSE::SumAbsDiff(white, black, n), n > 0 ? 255LL * n : 0) << n;
     }
+    constexpr int many = 17000000;
+    auto* const dark = static_cast<unsigned char*>(CUtils_SSE::aligned_malloc(many, 16));
+    auto* const bright = static_cast<unsigned char*>(CUtils_SSE::aligned_malloc(many, 16));
+    ASSERT_TRUE(dark != nullptr && bright != nullptr);
+    std::fill(dark, dark + many, static_cast<unsigned char>(0));
+    std::fill(bright, bright + many, static_cast<unsigned char>(255));
+    EXPECT_EQ(CUtils_SSE::SumAbsDiff(dark, bright, many), 4335000000);
+    CUtils_SSE::aligned_free(dark);
+    CUtils_SSE::aligned_free(bright);
 }
 
 struct Centre
