@@ -215,9 +215,9 @@ public:
 
     /** Dot product of samples in units of 2^15 (Q15 times Q15 gives Q15): sum of (a[i] * b[i]) >> 15, in four float lanes.
      *
-     *  **Body and tail differ.** In the body lane k adds float((a[8j + 2k] * b[8j + 2k] + a[8j + 2k + 1] * b[8j + 2k + 1]) >> 15):
-     *  two products are added in 32 bits, where only 2^30 + 2^30 (-32768 four times) wraps, before the arithmetic shift. The
-     *  tail shifts every single product and so rounds down twice as often.
+     *  **Body and tail differ.** The body adds two neighbouring products in 32 bits, where only 2^30 + 2^30 (-32768 four
+     *  times) wraps, shifts the sum (arithmetically) and converts it: of each block lane k adds
+     *  float((a[2k] * b[2k] + a[2k+1] * b[2k+1]) >> 15). The tail shifts every single product and so rounds down twice as often.
      *  @param[in] a  n samples
      *  @param[in] b  n samples
      *  @param     n  number of samples; block 8
@@ -996,21 +996,22 @@ public:
      *  The region is columns first .. stride - 1 of all rows. x = sum of column weight * pixel / sum of pixels, y = sum of row
      *  weight * pixel / sum of pixels; the weight of row r is r + 1.
      *
-     *  **Body and tail weigh columns differently.** The w = stride - first pixels of a row
-     *  are a body of whole blocks of 16 and a tail of w mod 16. In the body the weight of column c is c - first + 1, at most 32767. In the tail it is c + 1. Both agree only when first is 0.
+     *  **Body and tail weigh columns differently.** The w = stride - first pixels of a row are a body of whole blocks of 16 and
+     *  a tail of w mod 16. In the body the weight of column c is c - first + 1, at most 32767; in the tail it is c + 1. Both
+     *  agree only when first is 0.
      *
      *  All sums are floats. In a body block of 16 the terms of two neighbouring pixels are added as integers, converted, and
      *  added to four lanes: those of the lower 8 pixels, then those of the upper 8. The tail terms of all rows are added one
-     *  by one, from 0, and that sum is added to the folded lanes. Integers have 32 bits: an image ends below row 4000000 and
-     *  below column 8000000.
+     *  by one, from 0, and that sum is added to the folded lanes. Integers have 32 bits: at most 4 million rows, and a stride
+     *  of at most 8 million.
+     *
+     *  Both results are NaN where all pixels of the region are 0 or there are none.
      *  @param[out] x       the column
      *  @param[out] y       the row
      *  @param[in]  image   [rows][stride] pixels
      *  @param      stride  pixels per row, which is where the region ends
      *  @param      rows    number of rows
      *  @param      first   first column of the region; block 16. Below 0, or at the stride or beyond, the region is empty
-     *
-     *  Both results are NaN where all pixels of the region are 0 or there are none.
      */
     static void UTILS_SSE_CALL Centroid(float& x, float& y, const unsigned char* image, int stride, int rows, int first);
 
