@@ -217,7 +217,7 @@ public:
      *
      *  **Body and tail differ.** The body adds two neighbouring products in 32 bits, where only 2^30 + 2^30 (-32768 four
      *  times) wraps, shifts the sum (arithmetically) and converts it: of each block lane k adds
-     *  float((a[2k] * b[2k] + a[2k+1] * b[2k+1]) >> 15). The tail shifts every single product and so rounds down twice as often.
+     *  float((a[2k] * b[2k] + a[2k+1] * b[2k+1]) >> 15). The tail shifts every single product and rounds down twice as often.
      *  @param[in] a  n samples
      *  @param[in] b  n samples
      *  @param     n  number of samples; block 8
