@@ -226,7 +226,8 @@ UTILS_SSE_INLINE auto normalized_covariance(const short* a, const short* b, int 
 
 double CUtils_SSE::Correlation(const short* a, const short* b, int n)
 {
-    return n <= kMostWhole ? correlation<WholeNumbers>(a, b, n) : correlation<DoubleLanes>(a, b, n);
+    // For a single sum of a few samples it is not worth the while.
+    return n >= 32 && n <= kMostWhole ? correlation<WholeNumbers>(a, b, n) : correlation<DoubleLanes>(a, b, n);
 }
 
 float CUtils_SSE::CorrelationF(const short* a, const short* b, int n)

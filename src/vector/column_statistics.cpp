@@ -81,8 +81,8 @@ UTILS_SSE_INLINE void negative_magnitudes(i16 (&magnitude)[Blocks], const Rows& 
         ahead<1024>(rows.src).template hint<Blocks * 8>(i);
         repeat<Blocks>([&](auto k) UTILS_SSE_LAMBDA {
             const i16 x = Columns::load(rows.src + i + k * 8);
-            lowest[k] = minimum(lowest[k], x);
-            highest[k] = maximum(highest[k], x);
+            lowest[k] = in_order(minimum(lowest[k], x));
+            highest[k] = in_order(maximum(highest[k], x));
         });
     }
     repeat<Blocks>([&](auto k) UTILS_SSE_LAMBDA { magnitude[k] = minimum(lowest[k], subtract_wrap(zero<i16>(), highest[k])); });

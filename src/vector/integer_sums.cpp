@@ -40,7 +40,14 @@ float CUtils_SSE::DotProduct(const short* a, const short* b, int n)
         ahead<1024>(a), ahead<1024>(b));
     float sum = fold(lanes);
     // The body shifts the sum of two products, the tail every single one: it loses more.
-    for_rest(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(multiply_exact(a[i], b[i]) >> 15); });
+    for_rest(
+        rest,
+        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const i32x2 products = multiply_exact(load_four(a + i), load_four(b + i));
+            const f32 terms = to_float(shift_right<15>(products.low));
+            repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sum = sum + lane<k()>(terms); });
+        },
+        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(multiply_exact(a[i], b[i]) >> 15); });
     return sum;
 }
 
