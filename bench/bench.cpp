@@ -170,11 +170,8 @@ std::vector<unsigned char> outcome(const Operation& op, operations::AnyFunction 
             const unsigned char* p = values[i].as<unsigned char*>();
             bytes.insert(bytes.end(), p, p + op.arguments[i].bytes(counts));
         }
-    if (op.result_element == Element::float32) {
-        const float number = result.as<float>();
-        const auto* p = reinterpret_cast<const unsigned char*>(&number);
-        bytes.insert(bytes.end(), p, p + sizeof number);
-    }
+    const auto* p = reinterpret_cast<const unsigned char*>(&result); // zero behind a short result, and where there is none
+    bytes.insert(bytes.end(), p, p + sizeof result);
     return bytes;
 }
 

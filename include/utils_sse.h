@@ -210,6 +210,95 @@ public:
     static void UTILS_SSE_CALL FloatToByte(unsigned char* dst, const float* src, const unsigned char* table, int n);
 
     /** @}
+     *  @name Integer vectors
+     *  @{ */
+
+    /** Dot product of samples in units of 2^15 (Q15 times Q15 gives Q15): sum of (a[i] * b[i]) >> 15, in four float lanes.
+     *
+     *  **Body and tail differ.** The body adds two neighbouring products in 32 bits, where only 2^30 + 2^30 (-32768 four
+     *  times) wraps, shifts the sum (arithmetically) and converts it: of each block lane k adds
+     *  float((a[2k] * b[2k] + a[2k+1] * b[2k+1]) >> 15). The tail shifts every single product and rounds down twice as often.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return the sum, not divided by n; 0 for n <= 0
+     */
+    static float UTILS_SSE_CALL DotProduct(const short* a, const short* b, int n);
+
+    /** Mean of integers over 256: (sum / float(n)) * (1/256).
+     *
+     *  **Body and tail differ.** The body is summed in 32-bit integers, which wrap, and that sum converted to float; then the
+     *  tail elements are converted and added one by one.
+     *  @param[in] a  n ints
+     *  @param     n  number of elements; block 4
+     *  @return the mean over 256; NaN for n <= 0
+     */
+    static float UTILS_SSE_CALL SumProduct(const int* a, int n);
+
+    /** Mean of samples: sum / float(n).
+     *
+     *  **Body and tail differ.** The body is summed in 32-bit integers, which wrap (no sooner than behind 65536 samples), and
+     *  that sum converted to float; then the tail samples are converted and added one by one.
+     *  @param[in] a  n samples
+     *  @param     n  number of samples; block 8
+     *  @return the mean; NaN for n <= 0
+     */
+    static float UTILS_SSE_CALL SumProduct2(const short* a, int n);
+
+    /** Mean of two arrays that are not negative: dst[i] = (a[i] + b[i]) >> 1.
+     *
+     *  **Body and tail differ.** The body shifts the exact 32-bit sum as an unsigned number and saturates: **every negative
+     *  sum gives 32767.** The tail divides by 2 and truncates towards zero: -3 gives -1. For sums from 0 on both round down.
+     *  @param[out] dst  n samples; may equal a or b or both
+     *  @param[in]  a    n samples
+     *  @param[in]  b    n samples
+     *  @param      n    number of samples; block 8
+     */
+    static void UTILS_SSE_CALL Average2(short* dst, const short* a, const short* b, int n);
+
+    /** Means of columns: dst[j] = integer(sum over r of src[r * stride + j] / rows).
+     *
+     *  The samples of a column are added as floats in increasing r (exact up to 512 rows, rounded where a sum leaves 24 bits),
+     *  and the sum is divided by float(rows).
+     *
+     *  **Body and tail differ.** The body rounds to nearest (ties to even) and saturates to 16 bits, the last n mod 8 columns
+     *  truncate towards zero: of 1 and 2 the mean is 2 in the body and 1 in the tail. With rows = 0 the body gives -32768
+     *  (0 / 0 as an integer, saturated), the tail its low 16 bits, 0.
+     *  @param[out] dst     n samples; must not overlap src
+     *  @param[in]  src     [rows][stride] samples, of which the first n of each row are read
+     *  @param      rows    number of rows; below 0 nothing is done
+     *  @param      stride  samples from row to row, n at least. Beyond the stride a column's walk still ends in front of
+     *                      src[rows * stride], so that blocks and tail columns that start there see a row less for each
+     *                      stride they lie beyond; the sums are divided by rows all the same
+     *  @param      n       number of columns; block 8
+     */
+    static void UTILS_SSE_CALL Average(short* dst, const short* src, int rows, int stride, int n);
+
+    /** Largest magnitudes of columns: dst[j] = max over r of |src[r * stride + j]|, and 0 without rows.
+     *
+     *  **Body and tail differ** in columns that hold -32768: its magnitude is 32767 in the body; in the last n mod 8 columns
+     *  it is 32768, of which the low 16 bits are stored: -32768.
+     *  @param[out] dst     n samples; must not overlap src
+     *  @param[in]  src     [rows][stride] samples, of which the first n of each row are read
+     *  @param      rows    number of rows; below 0 nothing is done
+     *  @param      stride  samples from row to row, n at least; beyond it as in Average() of columns
+     *  @param      n       number of columns; block 8
+     */
+    static void UTILS_SSE_CALL MaxAbsoluteValue(short* dst, const short* src, int rows, int stride, int n);
+
+    /** Sum of two arrays that saturates, with a flag where both samples are at full scale: dst[i] = saturate16(a[i] + b[i]);
+     *  flags[i] = 1023 (32767 >> 5) where a[i] and b[i] are 32767 or -32768 each, else 0.
+     *
+     *  The flag tells clipped echoes, not a saturated sum: 32767 + 1 saturates without a flag, 32767 - 32768 is flagged.
+     *  @param[out] dst    n samples; may equal a or b or both
+     *  @param[out] flags  n floats, 16-byte aligned; must not overlap another array
+     *  @param[in]  a      n samples
+     *  @param[in]  b      n samples
+     *  @param      n      number of samples; block 8
+     */
+    static void UTILS_SSE_CALL AddSaturate(short* dst, float* flags, const short* a, const short* b, int n);
+
+    /** @}
      *  @name Quadrature demodulation
      *  Mixing of RF lines with carrier tables (quadrature demodulation without the low-pass). Tables are Q15: 32767 stands
      *  for +1.0; the caller builds them, usually 32767 cos(w t) and -32767 sin(w t) for mixing with exp(-j w t).
@@ -1325,6 +1414,116 @@ public:
                                                unsigned char* work, unsigned char* reference, unsigned char* best, int half,
                                                int stride, int rows, int* scratch, int width, float deviation, float mean,
                                                int threshold, int columnOffset);
+
+    /** @}
+     *  @name Similarity of segments
+     *  Scores of two equally long segments of RF samples, for speckle tracking and motion estimation.
+     *
+     *  All six are made of sums over the samples: A of a[i], B of b[i], AA of a[i]^2, BB of b[i]^2 and AB of a[i] * b[i].
+     *  - In a body block of 8 two neighbouring terms are added in 32-bit integers; only 2^30 + 2^30 (-32768 four times) wraps.
+     *    The four pair sums 0 .. 3 of a block are then converted and added to lanes.
+     *  - The functions that return double convert exactly and have two lanes: pair sums 0 and 2 are added to lane 0, 1 and 3 to
+     *    lane 1, in this order; folded as lane 0 + lane 1.
+     *  - Those that return float (suffix F) round each pair sum to single precision and have four lanes, one for each pair
+     *    sum, folded as usual.
+     *  - The tail terms, exact integers, are converted and added one by one.
+     *
+     *  N stands for n in the precision of the result.
+     *  @{ */
+
+    /** Correlation without normalisation, the mean product: AB / N.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return the mean product; NaN for n <= 0
+     */
+    static double UTILS_SSE_CALL Correlation(const short* a, const short* b, int n);
+
+    /** Correlation() with sums, N and division in single precision. */
+    static float UTILS_SSE_CALL CorrelationF(const short* a, const short* b, int n);
+
+    /** Normalised correlation, the cosine of the angle between the segments: AB / sqrt(AA * BB). No means are removed.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return -1 .. 1, within rounding; NaN for n <= 0 and where a segment is all zeros
+     */
+    static double UTILS_SSE_CALL NormalizedCorrelation(const short* a, const short* b, int n);
+
+    /** NormalizedCorrelation() in single precision throughout; the root is correctly rounded. */
+    static float UTILS_SSE_CALL NormalizedCorrelationF(const short* a, const short* b, int n);
+
+    /** Normalised covariance, Pearson's coefficient: the correlation of the segments without their means.
+     *
+     *  With ma = A / N and mb = B / N, in this grouping:
+     *  - c = ((AB - mb * A) - ma * B) + (N * ma) * mb
+     *  - vb = (BB - (mb * 2) * B) + (N * mb) * mb
+     *  - va = (AA - (ma * 2) * A) + (N * ma) * ma
+     *  - result = c / (sqrt(vb) * sqrt(va))
+     *
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return -1 .. 1, within rounding. NaN for n <= 0. A constant segment has a variance of zero within rounding, so that the
+     *          result is NaN, infinite or arbitrary
+     */
+    static double UTILS_SSE_CALL NormalizedCovariance(const short* a, const short* b, int n);
+
+    /** NormalizedCovariance() in single precision throughout; each root is correctly rounded. Variances that are small beside
+     *  the squared mean drown in rounding: remove a large mean first, or use the double form. */
+    static float UTILS_SSE_CALL NormalizedCovarianceF(const short* a, const short* b, int n);
+
+    /** Sum of absolute differences of floats, |a[i] - b[i]| in four lanes (see the rules above).
+     *  @param[in] a  n floats
+     *  @param[in] b  n floats
+     *  @param     n  number of floats; block 4
+     *  @return the sum; 0 for n <= 0
+     */
+    static float UTILS_SSE_CALL SumAbsDiff(const float* a, const float* b, int n);
+
+    /* long long is younger than C++98, where compilers have it all the same. */
+#if defined(__GNUC__) && __cplusplus < 201103L
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wlong-long"
+#endif
+    /** Sum of absolute differences of pixels, |a[i] - b[i]|; exact.
+     *  @param[in] a  n pixels, 16-byte aligned
+     *  @param[in] b  n pixels, 16-byte aligned
+     *  @param     n  number of pixels; block 64
+     *  @return the sum; 0 for n <= 0
+     */
+    static long long UTILS_SSE_CALL SumAbsDiff(const unsigned char* a, const unsigned char* b, int n);
+#if defined(__GNUC__) && __cplusplus < 201103L
+#pragma GCC diagnostic pop
+#endif
+
+    /** @}
+     *  @name Intensity centroid
+     *  @{ */
+
+    /** The intensity-weighted centre of a region of an image, in pixels counted from 1.
+     *
+     *  The region is columns first .. stride - 1 of all rows. x = sum of column weight * pixel / sum of pixels, y = sum of row
+     *  weight * pixel / sum of pixels; the weight of row r is r + 1.
+     *
+     *  **Body and tail weigh columns differently.** The w = stride - first pixels of a row are a body of whole blocks of 16 and
+     *  a tail of w mod 16. In the body the weight of column c is c - first + 1, at most 32767; in the tail it is c + 1. Both
+     *  agree only when first is 0.
+     *
+     *  All sums are floats. In a body block of 16 the terms of two neighbouring pixels are added as integers, converted, and
+     *  added to four lanes: those of the lower 8 pixels, then those of the upper 8. The tail terms of all rows are added one
+     *  by one, from 0, and that sum is added to the folded lanes. Integers have 32 bits: at most 4 million rows, and a stride
+     *  of at most 8 million.
+     *
+     *  Both results are NaN where all pixels of the region are 0 or there are none.
+     *  @param[out] x       the column
+     *  @param[out] y       the row
+     *  @param[in]  image   [rows][stride] pixels
+     *  @param      stride  pixels per row, which is where the region ends
+     *  @param      rows    number of rows
+     *  @param      first   first column of the region; block 16. Below 0, or at the stride or beyond, the region is empty
+     */
+    static void UTILS_SSE_CALL Centroid(float& x, float& y, const unsigned char* image, int stride, int rows, int first);
 
     /** @}
      *  @name Display pixels

@@ -66,6 +66,8 @@ UTILS_SSE_TYPE(int, int32)
 UTILS_SSE_TYPE(short, int16)
 UTILS_SSE_TYPE(unsigned short, int16)
 UTILS_SSE_TYPE(unsigned char, uint8)
+UTILS_SSE_TYPE(double, float64)
+UTILS_SSE_TYPE(long long, int64)
 #undef UTILS_SSE_TYPE
 
 template <class T>
@@ -105,7 +107,7 @@ struct TypedArgument : Argument
         else if constexpr (ROLE == Role::scalar)
             return std::is_arithmetic_v<P>;
         else
-            return std::is_pointer_v<P> && std::is_const_v<std::remove_pointer_t<P>> == CONST;
+            return !std::is_arithmetic_v<P> && std::is_const_v<std::remove_pointer_t<std::remove_reference_t<P>>> == CONST;
     }
 
     TypedArgument&& aligned(std::size_t bytes, Extent where = {}) &&
@@ -253,15 +255,24 @@ Fact may_equal(Sets... sets)
 template <class R, class... P>
 struct Invoker
 {
+    // A reference is an array of one element and stands in the list of values as its address.
+    template <class T>
+    static T argument(const Value& value)
+    {
+        if constexpr (std::is_lvalue_reference_v<T>)
+            return *value.as<std::remove_reference_t<T>*>();
+        else
+            return value.as<T>();
+    }
     template <std::size_t... I>
     static Value call(AnyFunction function, const Value* values, std::index_sequence<I...>)
     {
         const auto typed = reinterpret_cast<R(UTILS_SSE_CALL*)(P...)>(function);
         if constexpr (std::is_void_v<R>) {
-            typed(values[I].template as<P>()...);
+            typed(argument<P>(values[I])...);
             return Value();
         } else {
-            return Value(typed(values[I].template as<P>()...));
+            return Value(typed(argument<P>(values[I])...));
         }
     }
     static Value invoke(AnyFunction function, const Value* values)
@@ -274,7 +285,7 @@ template <class P, Role ROLE, bool CONST>
 Argument bind(TypedArgument<ROLE, CONST> argument)
 {
     static_assert(TypedArgument<ROLE, CONST>::template fits<P>(), "the role does not suit the type of the parameter");
-    using Plain = std::remove_cv_t<std::remove_pointer_t<P>>;
+    using Plain = std::remove_cv_t<std::remove_pointer_t<std::remove_reference_t<P>>>;
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;
     argument.element_size = sizeof(Plain);

@@ -80,7 +80,9 @@ enum class Element
     float32,
     int32,
     int16,
-    uint8
+    uint8,
+    float64, // results only
+    int64
 };
 
 struct Argument

@@ -21,6 +21,8 @@ struct PLAIN_LIBRARY
 
 #include "vector.inc"
 
+#include "integer_vectors.inc"
+
 #include "envelope.inc"
 
 #include "envelope_fixed.inc"
@@ -46,6 +48,10 @@ struct PLAIN_LIBRARY
 #include "colour_lines.inc"
 
 #include "fft.inc"
+
+#include "similarity.inc"
+
+#include "centroid.inc"
 
 #include "pixel.inc"
 };

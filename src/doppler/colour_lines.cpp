@@ -68,7 +68,7 @@ float CUtils_SSE::ColorLowPass(const short* samples, const float* taps, int n)
         tail,
         [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const f32 products = to_float(widen(load_four(samples + i)).low) * load<f32>(taps + i);
-            repeat<4>([&](auto lane) UTILS_SSE_LAMBDA { sum = sum + get_lane<lane>(products); });
+            repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sum = sum + lane<k()>(products); });
         },
         add);
     return sum;

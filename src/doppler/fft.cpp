@@ -160,7 +160,7 @@ UTILS_SSE_INLINE f32 finish(const Transform& transform, float* magnitude, std::p
 UTILS_SSE_INLINE float largest_lane(f32 x)
 {
     const f32 pairs = maximum(x, high_halves(x, x)); // 0,2 1,3: no NaN and no -0 among them, so any order will do
-    return maximum(get_lane<0>(pairs), get_lane<1>(pairs));
+    return maximum(lane<0>(pairs), lane<1>(pairs));
 }
 
 } // namespace

@@ -73,6 +73,10 @@ UTILS_SSE_INLINE f32 absolute(f32 x)
 {
     return bit_without(x, f32{_mm_set1_ps(-0.0f)});
 }
+UTILS_SSE_INLINE float absolute(float x)
+{
+    return std::fabs(x);
+}
 
 // Masks of ordered comparisons: nothing is set where an operand is NaN. not_less() holds there.
 UTILS_SSE_INLINE f32 less(f32 x, f32 y)
@@ -142,11 +146,6 @@ UTILS_SSE_INLINE f32 low_halves(f32 x, f32 y)
 UTILS_SSE_INLINE f32 high_halves(f32 x, f32 y)
 {
     return {_mm_movehl_ps(y.v, x.v)};
-}
-template <int Lane>
-UTILS_SSE_INLINE float get_lane(f32 x)
-{
-    return _mm_cvtss_f32(_mm_shuffle_ps(x.v, x.v, _MM_SHUFFLE(Lane, Lane, Lane, Lane)));
 }
 template <>
 UTILS_SSE_INLINE f32 zero<f32>()
@@ -226,6 +225,11 @@ UTILS_SSE_INLINE f32 fold(f32 a, f32 b, f32 c, f32 d)
 {
     return add_neighbours(add_neighbours(a, b), add_neighbours(c, d));
 }
+template <int Lane>
+UTILS_SSE_INLINE float lane(f32 x)
+{
+    return _mm_cvtss_f32(_mm_shuffle_ps(x.v, x.v, _MM_SHUFFLE(Lane, Lane, Lane, Lane)));
+}
 
 UTILS_SSE_INLINE f32 add_to_lane_0(f32 x, float y)
 {
@@ -254,10 +258,24 @@ UTILS_SSE_INLINE f64 broadcast_double(double x)
 {
     return {_mm_set1_pd(x)};
 }
+template <>
+UTILS_SSE_INLINE f64 zero<f64>()
+{
+    return {_mm_setzero_pd()};
+}
+UTILS_SSE_INLINE double square_root(double x)
+{
+    return std::sqrt(x);
+}
 // lane 0 + lane 1
 UTILS_SSE_INLINE double fold(f64 x)
 {
     return _mm_cvtsd_f64(_mm_add_sd(x.v, _mm_unpackhi_pd(x.v, x.v)));
+}
+template <int Lane>
+UTILS_SSE_INLINE double lane(f64 x)
+{
+    return _mm_cvtsd_f64(Lane == 0 ? x.v : _mm_unpackhi_pd(x.v, x.v));
 }
 // Lanes 0 and 1 as doubles, exactly, and lanes 2 and 3.
 UTILS_SSE_INLINE f64 low_to_double(i32 x)
@@ -301,6 +319,12 @@ UTILS_SSE_INLINE i32 truncate_to_int(f32 x)
 UTILS_SSE_INLINE int truncate_to_int(float x)
 {
     return _mm_cvttss_si32(_mm_set_ss(x));
+}
+
+// The bits as they are, for masks.
+UTILS_SSE_INLINE f32 as_floats(i16 x)
+{
+    return {_mm_castsi128_ps(x.v)};
 }
 
 UTILS_SSE_INLINE f32 to_float(i32 x)

@@ -186,6 +186,10 @@ UTILS_SSE_INLINE i16 narrow_saturate(i32 low, i32 high)
 {
     return {_mm_packs_epi32(low.v, high.v)};
 }
+UTILS_SSE_INLINE short saturate_to_short(int x)
+{
+    return static_cast<short>(x < -32768 ? -32768 : x > 32767 ? 32767 : x);
+}
 UTILS_SSE_INLINE u8 narrow_saturate(i16 low, i16 high)
 {
     return {_mm_packus_epi16(low.v, high.v)};
@@ -267,6 +271,14 @@ UTILS_SSE_INLINE i16 move_down(i16 x)
         return {_mm_slli_si128(x.v, -2 * Lanes)};
     else
         return {_mm_srli_si128(x.v, 2 * Lanes)};
+}
+
+// Mask: all bits of a lane set where both values are limits of their type, 32767 or -32768.
+UTILS_SSE_INLINE i16 both_at_limits(i16 x, i16 y)
+{
+    // One step past the limits the numbers turn round: 32767 and -32768 become 0 and 1, all others, read as unsigned, more.
+    const i16 beyond = bit_or(add_wrap(x, broadcast_short(-32767)), add_wrap(y, broadcast_short(-32767)));
+    return equal(shift_right_unsigned<1>(beyond), broadcast_short(0));
 }
 
 // f(lane, value) for the eight lanes in order; values are read as unsigned, 0 .. 65535.
@@ -385,6 +397,25 @@ UTILS_SSE_INLINE i32 fold_each_wrap(i32 x, i32 y, i32 z, i32 w)
 UTILS_SSE_INLINE int lane_0(i32 x)
 {
     return _mm_cvtsi128_si32(x.v);
+}
+
+// --- 64-bit integers -----------------------------------------------------------------------------------------------
+
+UTILS_SSE_INLINE i64 add_wrap(i64 x, i64 y)
+{
+    return {_mm_add_epi64(x.v, y.v)};
+}
+// Lanes 0 and 2 of x, which are not negative; lanes 1 and 3 are zero.
+UTILS_SSE_INLINE i64 even_to_64(i32 x)
+{
+    return {x.v};
+}
+// The sum of both lanes; wraps.
+UTILS_SSE_INLINE std::int64_t fold_wrap(i64 x)
+{
+    std::int64_t sum;
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(&sum), _mm_add_epi64(x.v, _mm_unpackhi_epi64(x.v, x.v)));
+    return sum;
 }
 
 // --- bytes ---------------------------------------------------------------------------------------------------------

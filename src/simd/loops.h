@@ -253,6 +253,19 @@ UTILS_SSE_INLINE void map_products(int n, const short* x, const short* a, const 
         for_up_to_three(rest, one);
 }
 
+// A sum of floats: four lanes, folded, then the tail elements one by one. term(V, i) is the lane vector or the single value
+// to add.
+template <class Term, class... Streams>
+UTILS_SSE_INLINE float sum_in_lanes(int n, const Term& term, Streams... streams)
+{
+    f32 lanes = broadcast<f32>(0.0f);
+    const Rest rest = read_blocks<4, 4>(
+        n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { lanes = lanes + term(f32(), i); }, streams...);
+    float sum = fold(lanes);
+    for_up_to_three(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + term(float(), i); });
+    return sum;
+}
+
 // --- several outputs of the same inputs ------------------------------------------------------------------------------
 //
 // A group loads the inputs of a whole line, then fills that line of one output after the other: storing block by block to

@@ -27,6 +27,13 @@ struct i32
     __m128i v;
 };
 
+struct i64
+{
+    static constexpr int lanes = 2;
+    using element = std::int64_t;
+    __m128i v;
+};
+
 struct i16
 {
     static constexpr int lanes = 8;

@@ -48,13 +48,12 @@ bool same(Element element, const unsigned char* a, const unsigned char* b, std::
 {
     if (std::memcmp(a, b, size) == 0)
         return true;
-    if (element != Element::float32)
-        return false;
-    float x = 0;
-    float y = 0;
-    std::memcpy(&x, a, sizeof x);
-    std::memcpy(&y, b, sizeof y);
-    return std::isnan(x) && std::isnan(y);
+    const auto both_nan = [&](auto x, auto y) {
+        std::memcpy(&x, a, sizeof x);
+        std::memcpy(&y, b, sizeof y);
+        return std::isnan(x) && std::isnan(y);
+    };
+    return (element == Element::float32 && both_nan(0.0f, 0.0f)) || (element == Element::float64 && both_nan(0.0, 0.0));
 }
 
 std::string shown(Element element, const unsigned char* value)
@@ -74,6 +73,18 @@ std::string shown(Element element, const unsigned char* value)
         std::memcpy(&bits, value, 2);
         text << static_cast<std::int16_t>(bits);
         break;
+    case Element::float64: {
+        double number = 0;
+        std::memcpy(&number, value, sizeof number);
+        text << std::setprecision(17) << number;
+        break;
+    }
+    case Element::int64: {
+        long long number = 0;
+        std::memcpy(&number, value, sizeof number);
+        text << number;
+        break;
+    }
     case Element::uint8:
     case Element::none:
         text << static_cast<int>(*value);
@@ -242,7 +253,7 @@ private:
         unsigned char wanted[8];
         std::memcpy(found, &result, sizeof found);
         std::memcpy(wanted, &expected_result_, sizeof wanted);
-        if (operation_.result_element != Element::none && !same(operation_.result_element, wanted, found, 4))
+        if (operation_.result_element != Element::none && !same(operation_.result_element, wanted, found, sizeof found))
             return describe() + "\n  result: expected " + shown(operation_.result_element, wanted) + ", found " +
                    shown(operation_.result_element, found);
         for (std::size_t i = 0; i < arguments_.size(); ++i)

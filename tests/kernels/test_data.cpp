@@ -141,6 +141,8 @@ void fill(Element element, void* data, std::size_t count, bool tame, Random& ran
         return fill_integers(static_cast<unsigned char*>(data), count, tame, byte_edges, random);
     case Element::int32:
         return fill_integers(static_cast<int*>(data), count, tame, int_edges, random);
+    case Element::float64:
+    case Element::int64:
     case Element::none:
         break;
     }
