@@ -24,7 +24,10 @@ inline long long span(long long repeats, long long step, long long length)
     return repeats > 0 && length > 0 ? (repeats - 1) * step + length : 0;
 }
 
-using std::max;
+inline long long max(long long x, long long y)
+{
+    return std::max(x, y);
+}
 
 inline long long min(long long x, long long y)
 {
@@ -59,6 +62,7 @@ UTILS_SSE_TYPE(CUtils_SSE, none)
 UTILS_SSE_TYPE(float, float32)
 UTILS_SSE_TYPE(int, int32)
 UTILS_SSE_TYPE(short, int16)
+UTILS_SSE_TYPE(unsigned short, uint16)
 UTILS_SSE_TYPE(unsigned char, uint8)
 #undef UTILS_SSE_TYPE
 
@@ -88,7 +92,14 @@ std::string type_list()
 
 // ---- Arguments ------------------------------------------------------------------------------------------------------
 
-template <Role ROLE>
+// How a parameter says that an array is not written: by its type, or not at all.
+enum class Constness
+{
+    declared,
+    undeclared
+};
+
+template <Role ROLE, Constness CONSTNESS = Constness::declared>
 struct TypedArgument : Argument
 {
     template <class P>
@@ -96,7 +107,7 @@ struct TypedArgument : Argument
     {
         using Pointee = std::remove_pointer_t<P>;
         if constexpr (ROLE == Role::in)
-            return std::is_pointer_v<P> && std::is_const_v<Pointee>;
+            return std::is_pointer_v<P> && std::is_const_v<Pointee> == (CONSTNESS == Constness::declared);
         else if constexpr (ROLE == Role::count)
             return std::is_same_v<P, int>;
         else if constexpr (ROLE == Role::scalar)
@@ -120,6 +131,16 @@ struct TypedArgument : Argument
         reads_before = std::move(elements);
         return std::move(*this);
     }
+    TypedArgument&& each(Extent elements) &&
+    {
+        listed = std::move(elements);
+        return std::move(*this);
+    }
+    TypedArgument&& at_most(long long value) &&
+    {
+        most = value;
+        return std::move(*this);
+    }
     template <class... V>
     TypedArgument&& sweep(V... values) &&
     {
@@ -139,10 +160,10 @@ struct TypedArgument : Argument
     }
 };
 
-template <Role ROLE>
-TypedArgument<ROLE> array(const char* name, Extent extent)
+template <Role ROLE, Constness CONSTNESS = Constness::declared>
+TypedArgument<ROLE, CONSTNESS> array(const char* name, Extent extent)
 {
-    TypedArgument<ROLE> argument;
+    TypedArgument<ROLE, CONSTNESS> argument;
     argument.name = name;
     argument.role = ROLE;
     argument.extent = std::move(extent);
@@ -152,6 +173,16 @@ TypedArgument<ROLE> array(const char* name, Extent extent)
 inline auto in(const char* name, Extent extent)
 {
     return array<Role::in>(name, std::move(extent));
+}
+/** An input whose parameter is not declared const. */
+inline auto only_read(const char* name, Extent extent)
+{
+    return array<Role::in, Constness::undeclared>(name, std::move(extent));
+}
+/** Pointers to input arrays; each() says what is read of every one of these. */
+inline auto list(const char* name, Extent pointers)
+{
+    return in(name, std::move(pointers));
 }
 inline auto out(const char* name, Extent extent)
 {
@@ -245,14 +276,20 @@ struct Invoker
     }
 };
 
-template <class P, Role ROLE>
-Argument bind(TypedArgument<ROLE> argument)
+template <class P, Role ROLE, Constness CONSTNESS>
+Argument bind(TypedArgument<ROLE, CONSTNESS> argument)
 {
-    static_assert(TypedArgument<ROLE>::template fits<P>(), "the role does not suit the type of the parameter");
+    static_assert(TypedArgument<ROLE, CONSTNESS>::template fits<P>(), "the role does not suit the type of the parameter");
     using Plain = std::remove_cv_t<std::remove_pointer_t<P>>;
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;
     argument.element_size = sizeof(Plain);
+    if constexpr (std::is_pointer_v<Plain>) {
+        static_assert(std::is_const_v<std::remove_pointer_t<Plain>>, "the arrays of a list are inputs");
+        argument.listed_element_size = sizeof(std::remove_pointer_t<Plain>);
+    }
+    if (std::is_pointer_v<Plain> != argument.is_list())
+        throw std::logic_error(argument.name + ": each() belongs to lists of arrays, and to all of them");
     return std::move(argument);
 }
 

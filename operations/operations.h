@@ -18,8 +18,9 @@ namespace operations {
 // The counts that functions take, by the names they have in utils_sse.h. Formulas of the table are written in these words.
 #define UTILS_SSE_COUNTS(X)                                                                                                    \
     X(n)                                                                                                                       \
-    X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)  \
-        X(rampEnd) X(percent)
+    X(lines)                                                                                                                   \
+    X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)           \
+        X(rampEnd) X(percent) X(frameCount) X(weightA) X(weightB)
 
 struct Counts
 {
@@ -79,6 +80,7 @@ enum class Element
     float32,
     int32,
     int16,
+    uint16,
     uint8
 };
 
@@ -86,9 +88,9 @@ struct Argument
 {
     std::string name;
     Role role = Role::in;
-    std::string type; ///< of the parameter, as demanglers print it
-    Element element = Element::none;
-    std::size_t element_size = 0;
+    std::string type;                ///< of the parameter, as demanglers print it
+    Element element = Element::none; ///< of a list of arrays: that of its arrays
+    std::size_t element_size = 0;    ///< of a list of arrays: that of a pointer
 
     // Arrays
     Extent extent;             ///< elements read or written at most
@@ -96,18 +98,26 @@ struct Argument
     Extent reads_before;       ///< elements in front of the first one that are read
     std::size_t alignment = 0; ///< in bytes, what the contract demands beyond the element's own; 0: nothing
 
+    // Lists: arrays of pointers to input arrays of one extent
+    Extent listed;                       ///< elements read of each array; not set if this is no list
+    std::size_t listed_element_size = 0; ///< of these arrays
+
     // Counts
     CountMember member = nullptr;
     bool is_length = false;       ///< the count that grows; every other one takes a few values
     std::vector<long long> swept; ///< values worth testing, some without an effect
     Extent swept_from;            ///< if set, the values are relative to this (a line stride to the line)
+    long long most = 0;           ///< the largest value that the contract allows, if there is one
     double typical = 0;           ///< count or scalar in everyday use
 
     bool is_array() const { return role == Role::in || role == Role::out || role == Role::inout; }
     bool is_written() const { return role == Role::out || role == Role::inout; }
+    bool is_list() const { return listed.formula != nullptr; }
+    bool allows(long long value) const { return most == 0 || value <= most; }
     std::size_t bytes(const Counts& counts) const { return extent(counts) * element_size; }
     std::size_t bytes_before(const Counts& counts) const { return reads_before(counts) * element_size; }
     std::size_t bytes_beyond(const Counts& counts) const { return reads_beyond(counts) * element_size; }
+    std::size_t listed_bytes(const Counts& counts) const { return listed(counts) * listed_element_size; }
 };
 
 struct Operation
@@ -120,7 +130,8 @@ struct Operation
     Element result_element = Element::none;
     std::vector<Argument> arguments;
     int block = 1;                               ///< elements in one step of the body
-    std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array
+    std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array (or of a list: one
+                                                 ///< of its arrays)
     std::string body_and_tail;                   ///< how they differ; empty if they agree
     std::string instruction_set = "SSE2";
     AnyFunction function = nullptr; ///< the library's

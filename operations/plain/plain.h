@@ -36,5 +36,11 @@ struct PLAIN_LIBRARY
 
 #include "bands.inc"
 
+#include "mask_averages.inc"
+
+#include "frame_averages.inc"
+
+#include "small_filters.inc"
+
 #include "pixel.inc"
 };
