@@ -16,7 +16,7 @@ template <class Body, class Tail, class... Source>
 UTILS_SSE_INLINE void map_pixels(int n, unsigned char* dst, const Body& body, const Tail& tail, const Source*... src)
 {
     const Rest rest = map_blocks<16, 4>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return body(load<u8>(src + i)...); },
+        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return in_order(body(load<u8>(src + i)...)); },
         [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src)...);
     cover_in_place<8>(
         rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return tail(Part<u8, count()>::load(src + i)...); },

@@ -53,8 +53,8 @@ UTILS_SSE_INLINE void sum_blocks(PixelSums (&sums)[Blocks], const Frames& frames
         const auto weight = weights.of(j);
         repeat<Blocks>([&](auto b) UTILS_SSE_LAMBDA {
             const u8 pixels = load<u8>(frame + i + b * 16);
-            sums[b].low = add_wrap(sums[b].low, weight(widen_low(pixels)));
-            sums[b].high = add_wrap(sums[b].high, weight(widen_high(pixels)));
+            sums[b].low = in_order(add_wrap(sums[b].low, weight(widen_low(pixels))));
+            sums[b].high = in_order(add_wrap(sums[b].high, weight(widen_high(pixels))));
         });
     });
 }
@@ -80,7 +80,7 @@ UTILS_SSE_INLINE void map_frame_sums(int n, unsigned char* dst, const Frames& in
         PixelSums sums[count];
         sum_blocks(sums, in_body, body_weights, rest.i);
         u8 pixels[count];
-        repeat<count>([&](auto b) UTILS_SSE_LAMBDA { pixels[b] = body(sums[b], rest.i + b * 16); });
+        repeat<count>([&](auto b) UTILS_SSE_LAMBDA { pixels[b] = in_order(body(sums[b], rest.i + b * 16)); });
         repeat<count>([&](auto b) UTILS_SSE_LAMBDA { store(dst + rest.i + b * 16, pixels[b]); });
         rest.i += count * 16;
         rest.count -= count * 16;

@@ -94,9 +94,10 @@ void CUtils_SSE::ApplyDivisorMask(unsigned char* dst, const unsigned char* src, 
             const i16 m_high = load<i16>(m + i + 8);
             // Factors from 32768 on are negative, on purpose: they give 255, and 0 only for black.
             const u8 saturated = bit_without(top_bit(narrow_saturate_signed(m_low, m_high)), equal(pixels, zero<u8>()));
-            return bit_or(narrow_saturate(multiply_high_unsigned(widen_low_to_top(pixels), m_low), // (p * 256 * m) >> 16
-                                          multiply_high_unsigned(widen_high_to_top(pixels), m_high)),
-                          saturated);
+            return in_order(
+                bit_or(narrow_saturate(multiply_high_unsigned(widen_low_to_top(pixels), m_low), // (p * 256 * m) >> 16
+                                       multiply_high_unsigned(widen_high_to_top(pixels), m_high)),
+                       saturated));
         },
         [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src), ahead<1024>(m));
     // The tail keeps the low 8 bits and reads the factor as unsigned, on purpose.

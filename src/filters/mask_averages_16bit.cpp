@@ -27,8 +27,8 @@ UTILS_SSE_INLINE void average_blocks(short* dst, const Samples& frames, const sh
         factors[b] = interleave_low(four, four);
     });
     const auto add = [&](auto b, i16 x, i16 y) UTILS_SSE_LAMBDA {
-        sums[b].low = add_wrap(sums[b].low, multiply_add_pairs(interleave_low(x, y), factors[b]));
-        sums[b].high = add_wrap(sums[b].high, multiply_add_pairs(interleave_high(x, y), factors[b]));
+        sums[b].low = in_order(add_wrap(sums[b].low, multiply_add_pairs(interleave_low(x, y), factors[b])));
+        sums[b].high = in_order(add_wrap(sums[b].high, multiply_add_pairs(interleave_high(x, y), factors[b])));
     };
     std::ptrdiff_t j = 0;
     for (; j + 1 < frames.count; j += 2) {

@@ -10,11 +10,6 @@ using namespace simd;
 
 namespace {
 
-struct Box
-{
-    u8 top_left, top_right, bottom_left, bottom_right;
-};
-
 // A tile of eight columns and sixteen rows. Each round interleaves vector k with vector k + 4 (8 in the first round):
 //
 //   rows            r0 .. r15, eight pixels each
@@ -67,14 +62,16 @@ void CUtils_SSE::Filter2x2(unsigned char* dst, const unsigned char* src, int wid
         const std::ptrdiff_t rows = std::min(stretch, height - 1 - row);
         const unsigned char* in = src + row * w;
         unsigned char* out = dst + row * w;
-        map_together<u8>(
-            rows * w - 1,
-            [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                const unsigned char* p = in + i;
-                return Box{part.load(p), part.load(p + 1), part.load(p + w), part.load(p + w + 1)};
-            },
-            output(out, [](const Box& x)
-                            UTILS_SSE_LAMBDA { return mean_down(x.top_left, x.top_right, x.bottom_left, x.bottom_right); }));
+        const auto box = [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const unsigned char* p = in + i;
+            return in_order(mean_down(part.load(p), part.load(p + 1), part.load(p + w), part.load(p + w + 1)));
+        };
+        const Rest rest = map_blocks<16, 4>(
+            static_cast<int>(rows * w - 1), [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return box(Part<u8, 16>(), i); },
+            [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(out + i, pixels); }, ahead<1024>(in),
+            ahead<1024>(in + w));
+        cover<8>(rest, [=](auto count, std::ptrdiff_t i)
+                           UTILS_SSE_LAMBDA { Part<u8, count()>::store(out + i, box(Part<u8, count()>(), i)); });
         for (std::ptrdiff_t r = 1; r <= rows; ++r)
             out[r * w - 1] = 0;
     }
