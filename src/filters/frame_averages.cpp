@@ -11,16 +11,35 @@ using namespace simd;
 
 namespace {
 
-// dst[i] = body(src[i]...) in whole blocks and tail(src[i]...) behind them. dst may equal any src.
-template <class Body, class Tail, class... Source>
-UTILS_SSE_INLINE void map_pixels(int n, unsigned char* dst, const Body& body, const Tail& tail, const Source*... src)
+// dst[i] = body(src[i]...) in whole blocks. dst may equal any src, here and below.
+template <class Body, class... Source>
+UTILS_SSE_INLINE Rest map_body(int n, unsigned char* dst, const Body& body, const Source*... src)
 {
-    const Rest rest = map_blocks<16, 4>(
+    return map_blocks<16, 4>(
         n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return in_order(body(load<u8>(src + i)...)); },
         [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src)...);
+}
+
+// And dst[i] = tail(src[i]...) behind them.
+template <class Body, class Tail, class... Source>
+UTILS_SSE_INLINE void blend_pixels(int n, unsigned char* dst, const Body& body, const Tail& tail, const Source*... src)
+{
     cover_in_place<8>(
-        rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return tail(Part<u8, count()>::load(src + i)...); },
+        map_body(n, dst, body, src...),
+        [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return tail(Part<u8, count()>::load(src + i)...); },
         [=](auto count, std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, pixels); });
+}
+
+// The same for dst among the sources: runs that overlap would be stored across each other, and the next call, which reads
+// them, would have to wait for the stores (7 pixels: 9.3 ns instead of 6.7).
+template <class Body, class Tail, class... Source>
+UTILS_SSE_INLINE void average_into(int n, unsigned char* dst, const Body& body, const Tail& tail, const Source*... src)
+{
+    for_parts<8>(map_body(n, dst, body, static_cast<const unsigned char*>(dst), src...),
+                 [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                     using Run = Part<u8, count()>;
+                     Run::store(dst + i, tail(Run::load(dst + i), Run::load(src + i)...));
+                 });
 }
 
 struct Mean4
@@ -44,24 +63,24 @@ UTILS_SSE_INLINE void copy_frame(unsigned char* dst, const unsigned char* src, i
 
 void CUtils_SSE::TemporalAverage2(unsigned char* dst, const unsigned char* b, int n)
 {
-    map_pixels(
+    average_into(
         n, dst, [](u8 x, u8 y) UTILS_SSE_LAMBDA { return average_up(x, y); },
-        [](u8 x, u8 y) UTILS_SSE_LAMBDA { return average_down(x, y); }, dst, b); // the tail rounds down, on purpose
+        [](u8 x, u8 y) UTILS_SSE_LAMBDA { return average_down(x, y); }, b); // the tail rounds down, on purpose
 }
 
 void CUtils_SSE::TemporalAverage4(unsigned char* dst, const unsigned char* a, const unsigned char* b, const unsigned char* c,
                                   int n)
 {
-    map_pixels(n, dst, Mean4(), Mean4(), dst, a, b, c);
+    average_into(n, dst, Mean4(), Mean4(), a, b, c);
 }
 
 void CUtils_SSE::TemporalAverage4Fast(unsigned char* dst, const unsigned char* a, const unsigned char* b,
                                       const unsigned char* c, int n)
 {
     // The body rounds up three times, the tail down once, on purpose.
-    map_pixels(
+    average_into(
         n, dst, [](u8 vd, u8 va, u8 vb, u8 vc) UTILS_SSE_LAMBDA { return average_up(average_up(vc, vb), average_up(va, vd)); },
-        Mean4(), dst, a, b, c);
+        Mean4(), a, b, c);
 }
 
 void CUtils_SSE::WeightedAverage(unsigned char* dst, const unsigned char* a, const unsigned char* b, int n, int percent)
@@ -85,7 +104,7 @@ void CUtils_SSE::WeightedAverage(unsigned char* dst, const unsigned char* a, con
                                  multiply_low(shift_right_unsigned<8>(words_y), weight_b));
         return u8{bit_or(shift_right_unsigned<8>(even), bit_without(odd, low_bytes)).v};
     };
-    map_pixels(n, dst, blend, blend, a, b);
+    blend_pixels(n, dst, blend, blend, a, b);
 }
 
 void CUtils_SSE::PersistImage(const unsigned char* a, const unsigned char* b, unsigned char* dst, int weightA, int weightB,
@@ -97,7 +116,7 @@ void CUtils_SSE::PersistImage(const unsigned char* a, const unsigned char* b, un
         return Halves{add_wrap(multiply_low(widen_low(x), weight_a), multiply_low(widen_low(y), weight_b)),
                       add_wrap(multiply_low(widen_high(x), weight_a), multiply_low(widen_high(y), weight_b))};
     };
-    map_pixels(
+    blend_pixels(
         n, dst,
         [=](u8 x, u8 y) UTILS_SSE_LAMBDA {
             const Halves s = sums(x, y);

@@ -222,6 +222,20 @@ UTILS_SSE_INLINE void cover_in_place(Rest rest, const Compute& compute, const Pu
     }
 }
 
+// handle(count, i) as in cover(), but in runs that do not overlap. At most 2 * Most - 1 elements.
+template <int Most, class Handle>
+UTILS_SSE_INLINE void for_parts(Rest rest, const Handle& handle)
+{
+    if (rest.count <= 0)
+        return;
+    if (rest.count & Most) {
+        handle(std::integral_constant<int, Most>(), rest.i);
+        rest.i += Most;
+    }
+    if constexpr (Most > 1)
+        for_parts<Most / 2>(Rest{rest.i, rest.count & (Most - 1)}, handle);
+}
+
 // dst[i] = f(src[i]...) over floats: one generic function of values is body and tail. dst may equal any src.
 template <class Function, class... Source>
 UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Source*... src)

@@ -126,8 +126,8 @@ TEST(MaskAverages, DivisorMaskSaturatesInTheBodyOnly)
         unsigned short factor;
         unsigned char pixel;
         int body, tail;
-    } const cases[] = {{256, 77, 77, 77},     {128, 201, 100, 100}, {512, 200, 255, 144}, {32767, 1, 127, 127},
-                       {32767, 2, 255, 255},  {32767, 3, 255, 127}, {32768, 0, 0, 0},     {32768, 1, 255, 128},
+    } const cases[] = {{256, 77, 77, 77},     {128, 201, 100, 100}, {512, 200, 255, 144},   {32767, 1, 127, 127},
+                       {32767, 2, 255, 255},  {32767, 3, 255, 127}, {32768, 0, 0, 0},       {32768, 1, 255, 128},
                        {40000, 200, 255, 18}, {65535, 1, 255, 255}, {65535, 255, 255, 255}, {0, 255, 0, 0}};
     for (const auto& c : cases)
         expect_body_and_tail(std::to_string(c.factor) + " * " + std::to_string(c.pixel), c.body, c.tail,
@@ -182,8 +182,8 @@ TEST(MaskAverages, AdaptiveOnesBlendFramesZeroAndFourInTheBody)
                        {{255, 100, 100, 100, 100}, 5, 255, 128, 254, 176, 217},
                        {{100, 100, 100, 100, 255}, 5, 255, 128, 254, 176, 217},
                        {{100, 100, 100, 100, 255, 0}, 6, 255, 128, 254, 218, 217}, // frame 4 is an inner one, too
-                       {{100, 100, 100, 9, 255}, 3, 255, 128, 254, 143, 99},            // and need not be one of them
-                       {{100, 100, 9, 9, 9}, 2, 255, 128, 39, 50, 66},                  // no inner frame
+                       {{100, 100, 100, 9, 255}, 3, 255, 128, 254, 143, 99},       // and need not be one of them
+                       {{100, 100, 9, 9, 9}, 2, 255, 128, 39, 50, 66},             // no inner frame
                        {{100}, 1, 0, 128, 100, 100, 100},
                        {{100}, -1, 0, 128, 100, 100, 100}};
     for (const auto& c : cases)
@@ -309,7 +309,9 @@ TEST(SmallFilters, TranspositionShowsStagingBesideTheImage)
     const auto padded = [](int x) { return (x + 15) / 16 * 16; };
     const auto old_staging = [](int i) { return static_cast<unsigned char>(i * 7 + i / 1024 * 3 + 1); };
     const int sizes[][2] = {{16, 16}, {1, 1}, {5, 3}, {24, 30}, {40, 1}, {1, 40}, {100, 130}, {512, 512}, {1024, 497}};
-    for (const auto& [width, height] : sizes) {
+    for (const auto& size : sizes) {
+        const int width = size[0];
+        const int height = size[1];
         Bytes image;
         for (int i = 0; i < width * height; ++i)
             image.push_back(static_cast<unsigned char>(i * 31 + i / width * 5));
