@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <functional>
 #include <memory>
@@ -219,7 +220,8 @@ TEST(FrameAverages, RoundAsStated)
         const std::string what = "d = " + std::to_string(c.d) + ", a = " + std::to_string(c.a);
         const auto average = [&](auto function) {
             return [&c, function](unsigned char* dst, std::size_t size, int n) {
-                std::fill_n(dst, size, c.d);
+                const Bytes before(size, c.d);
+                std::copy(before.begin(), before.end(), dst);
                 function(dst, Bytes(size, c.a).data(), Bytes(size, c.b).data(), Bytes(size, c.c).data(), n);
             };
         };
