@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -72,10 +73,10 @@ struct Memory
     static void fill(unsigned char* p, std::size_t bytes, double largest = 30000)
     {
         unsigned state = 1;
-        for (std::size_t i = 0; i + sizeof(float) <= bytes; i += sizeof(float)) {
+        for (std::size_t i = 0; i < bytes; i += sizeof(float)) {
             state = state * 1664525u + 1013904223u;
             const float value = (static_cast<float>(state >> 8) / 8388608.0f - 1.0f) * static_cast<float>(largest);
-            std::memcpy(p + i, &value, sizeof value);
+            std::memcpy(p + i, &value, std::min(sizeof value, bytes - i));
         }
     }
 };
@@ -102,17 +103,23 @@ std::size_t bytes_of(const Operation& op, const Counts& counts)
 {
     std::size_t bytes = 0;
     for (const Argument& argument : op.arguments)
-        if (argument.is_array() && argument.bytes(counts) != argument.bytes(Counts()))
+        if (argument.is_list())
+            bytes += argument.extent(counts) * argument.listed_bytes(counts);
+        else if (argument.is_array() && argument.bytes(counts) != argument.bytes(Counts()))
             bytes += argument.bytes(counts);
     return bytes;
 }
 
-Counts fitting_counts(const Operation& op, const Size& size)
+// Nothing where what the operation allows does not come near the size.
+std::optional<Counts> fitting_counts(const Operation& op, const Size& size)
 {
     if (size.length > 0)
         return counts_for(op, size.length, true);
+    const long long most = op.length().most > 0 ? op.length().most : (1ll << 29) - 1;
+    if (bytes_of(op, counts_for(op, 1, false)) > size.bytes || bytes_of(op, counts_for(op, most, false)) < size.bytes / 2)
+        return std::nullopt;
     long long low = 1;
-    long long high = 1ll << 29;
+    long long high = most + 1;
     while (high - low > 1) {
         const long long middle = (low + high) / 2;
         (bytes_of(op, counts_for(op, middle, false)) <= size.bytes ? low : high) = middle;
@@ -122,20 +129,36 @@ Counts fitting_counts(const Operation& op, const Size& size)
 }
 
 // Values for a call: arrays laid out in the two memories, counts and scalars as usual.
-std::vector<Value> place(const Operation& op, const Counts& counts)
+struct Placement
+{
+    std::vector<Value> values;
+    std::vector<std::vector<const void*>> lists; // of pointers
+};
+
+Placement place(const Operation& op, const Counts& counts)
 {
     std::size_t needed = 0;
     for (const Argument& argument : op.arguments)
-        if (argument.is_array())
+        if (argument.is_list())
+            needed += argument.extent(counts) * (argument.listed_bytes(counts) + kStagger + 64);
+        else if (argument.is_array())
             needed += kFront + argument.bytes(counts) + kStagger + 64;
     input_memory.reserve(needed);
     output_memory.reserve(needed);
 
-    std::vector<Value> values;
+    Placement placement;
+    std::vector<Value>& values = placement.values;
     std::size_t in = kFront;
     std::size_t out = kFront;
+    const auto distance = [](std::size_t bytes) { return (bytes + 15) / 16 * 16 + kStagger; };
     for (const Argument& argument : op.arguments) {
-        if (argument.is_array()) {
+        if (argument.is_list()) {
+            std::vector<const void*> list;
+            for (std::size_t i = 0; i < argument.extent(counts); ++i, in += distance(argument.listed_bytes(counts)))
+                list.push_back(input_memory.block.get() + in);
+            values.emplace_back(static_cast<const void*>(list.data()));
+            placement.lists.push_back(std::move(list));
+        } else if (argument.is_array()) {
             const bool own_values = argument.role == Role::in && argument.typical > 0;
             const bool with_outputs = argument.is_written() || own_values;
             std::size_t& offset = with_outputs ? out : in;
@@ -145,7 +168,7 @@ std::vector<Value> place(const Operation& op, const Counts& counts)
             if (own_values)
                 Memory::fill(p, argument.bytes(counts), argument.typical);
             values.emplace_back(static_cast<void*>(p));
-            offset += (argument.bytes(counts) + 15) / 16 * 16 + kStagger;
+            offset += distance(argument.bytes(counts));
         } else if (argument.member != nullptr) {
             values.emplace_back(static_cast<int>(counts.*argument.member));
         } else if (argument.element == Element::float32) {
@@ -156,13 +179,14 @@ std::vector<Value> place(const Operation& op, const Counts& counts)
             values.emplace_back(static_cast<unsigned char>(argument.typical));
         }
     }
-    return values;
+    return placement;
 }
 
 // All bytes written by one call, and the result.
 std::vector<unsigned char> outcome(const Operation& op, operations::AnyFunction function, const Counts& counts)
 {
-    const std::vector<Value> values = place(op, counts);
+    const Placement placement = place(op, counts);
+    const std::vector<Value>& values = placement.values;
     const Value result = op.call(function, values);
     std::vector<unsigned char> bytes;
     for (std::size_t i = 0; i < values.size(); ++i)
@@ -183,9 +207,9 @@ struct Candidate
 
 void run(benchmark::State& state, const Operation& op, operations::AnyFunction function, const Counts& counts)
 {
-    const std::vector<Value> values = place(op, counts);
+    const Placement placement = place(op, counts);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(op.call(function, values));
+        benchmark::DoNotOptimize(op.call(function, placement.values));
         benchmark::ClobberMemory();
     }
     const auto length = static_cast<double>(counts.*op.length().member * std::max(1LL, counts.lines));
@@ -228,7 +252,10 @@ int main(int argc, char** argv)
         if (!all[i].own_cases.empty() || all[i].takes_ensemble)
             continue; // utils_sse_tasks times it
         for (const Size& size : sizes_for(all[i])) {
-            const Counts counts = fitting_counts(all[i], size);
+            const std::optional<Counts> fitting = fitting_counts(all[i], size);
+            if (!fitting)
+                continue;
+            const Counts& counts = *fitting;
             for (const Candidate& candidate : candidates) {
                 const Operation& op = all[i];
                 const operations::AnyFunction function = candidate.functions ? candidate.functions[i] : op.function;

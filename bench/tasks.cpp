@@ -87,6 +87,9 @@ int main(int argc, char** argv)
 {
     std::vector<bench::Task> tasks;
     bench::add_rf_tasks(tasks);
+    bench::add_image_tasks(tasks);
+    bench::add_doppler_tasks(tasks);
+    bench::add_motion_tasks(tasks);
 
     bool all_agree = true;
     for (const bench::Task& task : tasks) {

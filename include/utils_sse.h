@@ -1087,6 +1087,226 @@ public:
     static void UTILS_SSE_CALL MedianFilter2DWin5Short(short* dst, short* src, int pitch, int width, int height);
 
     /** @}
+     *  @name Mask averages
+     *  The mean of a list of frames, pixel by pixel, where not every frame covers every pixel (spatial compounding): the sum
+     *  over the frames times a factor of its own for each pixel. Factors are 8.8 fixed point, 256 stands for 1; the host fills
+     *  them with about 256 / (frames that cover the pixel), and uncovered pixels of a frame with 0.
+     *
+     *  A list is an array of pointers to frames of n elements each; a frame may appear in it several times. Without frames
+     *  the sums are 0. In place means that dst may equal any frame of the list.
+     *  @{ */
+
+    /** Mean of byte frames: dst[i] = bits 8 .. 15 of S * mask[i], with S the sum of frames[j][i] over all frames.
+     *
+     *  That is (S * mask[i]) >> 8 as long as this is below 256; beyond, nothing saturates: three frames of 255 with a factor
+     *  of 256 give 253, the low byte of 765.
+     *  @param[out] dst         n pixels; may equal a frame
+     *  @param[in]  frames      frameCount pointers to n pixels each
+     *  @param      frameCount  number of frames; <= 0 gives zeros
+     *  @param[in]  mask        n factors
+     *  @param      n           number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                           const unsigned short* mask, int n);
+
+    /** Mean of byte frames with a weight for each frame, in sixteenths.
+     *
+     *  **Body and tail differ**; they agree while the weights are 257 at most, sums and factors 32767 at most and results 255
+     *  at most. Each weighted pixel is rounded down before it is added.
+     *
+     *  Body: S = the sum of ((frames[j][i] * weights[j]) mod 65536) >> 4, wrapping to a signed 16-bit number. The factor is
+     *  read as signed, too, and dst[i] = min(255, P >> 8) with P = S * mask[i], exact, read as unsigned 32 bits: a negative
+     *  product gives 255. A factor of 32768 or more is negative, and so is a sum of 32768 or more.
+     *
+     *  Tail: S = the sum of (frames[j][i] * weights[j]) >> 4 with all bits of the products, and dst[i] = bits 8 .. 15 of
+     *  S * mask[i]; nothing saturates and nothing is negative.
+     *  @param[out] dst         n pixels; may equal a frame
+     *  @param[in]  frames      frameCount pointers to n pixels each
+     *  @param      frameCount  number of frames; <= 0 gives zeros
+     *  @param[in]  mask        n factors
+     *  @param      n           number of pixels; block 16
+     *  @param[in]  weights     frameCount weights, 16 stands for 1; not written
+     */
+    static void UTILS_SSE_CALL MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                           const unsigned short* mask, int n, unsigned short* weights);
+
+    /** Mean of 16-bit frames.
+     *
+     *  **Body and tail differ in three ways.** Body: dst[i] = saturate16(S >> 8), rounded towards minus infinity, with S the
+     *  sum of frames[j][i] * m over all frames, wrapping in 32 bits. **Factors are used twice:** m is the factor of element
+     *  i for the elements 0 .. 3 of each block of 8 and that of element i - 4 for the elements 4 .. 7, whose own factors are
+     *  not read. Factors are signed: 32768 stands for -128.
+     *
+     *  Tail: every element has its own factor, which is unsigned, and dst[i] = bits 8 .. 15 of S * mask[i], with S the sum of
+     *  the elements: 0 .. 255, also for negative sums.
+     *  @param[out] dst         n elements; may equal a frame
+     *  @param[in]  frames      frameCount pointers to n elements each
+     *  @param      frameCount  number of frames; <= 0 gives zeros
+     *  @param[in]  mask        n factors
+     *  @param      n           number of elements; block 8
+     */
+    static void UTILS_SSE_CALL MaskAverage(short* dst, const short* const* frames, int frameCount, const unsigned short* mask,
+                                           int n);
+
+    /** Sum of byte frames with a weight for each frame, in sixteenths, and no factors: the weights add up to 16 for a mean.
+     *
+     *  **Body and tail differ, and only the body gives a mean.** Body: dst[i] = S saturated to 0 .. 255, with S the signed
+     *  16-bit sum of the weighted MaskAverage(): sums from 32768 on are negative and give 0. **The tail divides by 256 once
+     *  more:** dst[i] = bits 8 .. 15 of the S of that function's tail, so means below 256 give 0. A caller who wants means
+     *  pads to a multiple of 16.
+     *  @param[out] dst         n pixels; may equal a frame
+     *  @param[in]  frames      frameCount pointers to n pixels each
+     *  @param      frameCount  number of frames; <= 0 gives zeros
+     *  @param      n           number of pixels; block 16
+     *  @param[in]  weights     frameCount weights, 16 stands for 1; not written
+     */
+    static void UTILS_SSE_CALL MaskAverageWithDifferentDivisors(unsigned char* dst, const unsigned char* const* frames,
+                                                                int frameCount, int n, unsigned short* weights);
+
+    /** One frame times its factors: (src[i] * mask[i]) >> 8.
+     *
+     *  **Body and tail differ** in results above 255 and in factors from 32768 on. The body gives 255 for either, but 0 for a
+     *  black pixel; the tail keeps the low 8 bits of the result (200 times a factor of 512 gives 144).
+     *  @param[out] dst   n pixels; may equal src
+     *  @param[in]  src   n pixels
+     *  @param[in]  mask  n factors
+     *  @param      n     number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL ApplyDivisorMask(unsigned char* dst, const unsigned char* src, const unsigned short* mask,
+                                                int n);
+
+    /** Mean of the inner frames of a sequence, blended with the brighter of its outer ones as far as that is bright: bright
+     *  structures persist, dark ones are averaged.
+     *
+     *  With A = bits 8 .. 15 of S * mask[i], S the sum of frames 1 .. frameCount - 2, and
+     *  E = max(frames[0][i], frames[4][i]) & gate[i], the body computes dst[i] = (A * (255 - E) + E * E) >> 8. The weights add
+     *  up to 255/256, so a gate of 0 gives one less than A, but 0 for 0.
+     *
+     *  **Frames 0 and 4 are the bright ones whatever frameCount is:** the function is made for five frames. From two frames on
+     *  the list needs five pointers, and frame 4 is read even when frameCount is below 5.
+     *
+     *  **Body and tail differ:** the tail is MaskAverage() of all the frames, 0 and frameCount - 1 included, neither blended
+     *  nor gated.
+     *  @param[out] dst         n pixels; may equal a frame or gate
+     *  @param[in]  frames      at least five pointers to n pixels each; one is enough when frameCount is 1 or below
+     *  @param      frameCount  number of frames; 1 or below copies frame 0
+     *  @param[in]  mask        n factors
+     *  @param      n           number of pixels; block 16
+     *  @param[in]  gate        n bytes: 255 lets the bright value through, 0 holds it back, others pass their bits; not
+     *                          written
+     */
+    static void UTILS_SSE_CALL AdaptiveAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                               const unsigned short* mask, int n, unsigned char* gate);
+
+    /** AdaptiveAverage() with a constant weight: the body computes dst[i] = (A * (255 - k) + E * k) >> 8.
+     *
+     *  A, E, frames 0 and 4, the copy for one frame and the **tail, which is MaskAverage() of all frames,** are as there.
+     *  @param[out] dst         n pixels; may equal a frame or gate
+     *  @param[in]  frames      at least five pointers to n pixels each; one is enough when frameCount is 1 or below
+     *  @param      frameCount  number of frames; 1 or below copies frame 0
+     *  @param[in]  mask        n factors
+     *  @param      n           number of pixels; block 16
+     *  @param[in]  gate        n bytes, as there; not written
+     *  @param      k           weight of the bright value in 256ths
+     */
+    static void UTILS_SSE_CALL WeightAdjustAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                                   const unsigned short* mask, int n, unsigned char* gate, unsigned char k);
+
+    /** @}
+     *  @name Frame averages
+     *  Two or four whole frames blended pixel by pixel: temporal smoothing of successive images, and persistence.
+     *  @{ */
+
+    /** Mean of two frames, in place. **Body and tail differ:** the body rounds up, dst[i] = (dst[i] + b[i] + 1) >> 1, the tail
+     *  down, (dst[i] + b[i]) >> 1.
+     *  @param[in,out] dst  n pixels; may equal b
+     *  @param[in]     b    n pixels
+     *  @param         n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL TemporalAverage2(unsigned char* dst, const unsigned char* b, int n);
+
+    /** Mean of four frames, in place, rounded down: dst[i] = (dst[i] + a[i] + b[i] + c[i]) >> 2.
+     *  @param[in,out] dst  n pixels; may equal any source
+     *  @param[in]     a    n pixels
+     *  @param[in]     b    n pixels
+     *  @param[in]     c    n pixels
+     *  @param         n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL TemporalAverage4(unsigned char* dst, const unsigned char* a, const unsigned char* b,
+                                                const unsigned char* c, int n);
+
+    /** Mean of four frames, in place, as a mean of means: dst[i] = up(up(c[i], b[i]), up(a[i], dst[i])) with
+     *  up(x, y) = (x + y + 1) >> 1.
+     *
+     *  It is TemporalAverage4() or 1 more; 0, 0, 0 and 1 give 1. **Body and tail differ:** the tail is TemporalAverage4().
+     *  @param[in,out] dst  n pixels; may equal any source
+     *  @param[in]     a    n pixels
+     *  @param[in]     b    n pixels
+     *  @param[in]     c    n pixels
+     *  @param         n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL TemporalAverage4Fast(unsigned char* dst, const unsigned char* a, const unsigned char* b,
+                                                    const unsigned char* c, int n);
+
+    /** Blend of two frames: dst[i] = (a[i] * (256 - w) + b[i] * w) >> 8 with w = percent * 256 / 100, rounded down.
+     *  @param[out] dst      n pixels; may equal a or b or both
+     *  @param[in]  a        n pixels
+     *  @param[in]  b        n pixels
+     *  @param      n        number of pixels; block 16
+     *  @param      percent  share of b; 0 or below copies a, 100 or above copies b
+     */
+    static void UTILS_SSE_CALL WeightedAverage(unsigned char* dst, const unsigned char* a, const unsigned char* b, int n,
+                                               int percent);
+
+    /** Persistence, one step of a recursive low-pass in time: dst[i] = (a[i] * weightA + b[i] * weightB) >> 4.
+     *
+     *  The host passes the picture shown last and the new one, and weights that are not negative and add up to 16. **The
+     *  destination is the third argument.**
+     *
+     *  **Body and tail differ** for other weights: the body takes the low 16 bits of the weights and of the sum, as signed
+     *  numbers, and saturates to 0 .. 255; the tail computes in 32 bits and keeps the low 8 bits (255 and 255 with weights 16
+     *  and 16 give 255 in the body and 254 in the tail).
+     *  @param[in]  a        n pixels
+     *  @param[in]  b        n pixels
+     *  @param[out] dst      n pixels; may equal a or b or both
+     *  @param      weightA  weight of a in sixteenths
+     *  @param      weightB  weight of b in sixteenths
+     *  @param      n        number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL PersistImage(const unsigned char* a, const unsigned char* b, unsigned char* dst, int weightA,
+                                            int weightB, int n);
+
+    /** @}
+     *  @name Small filters
+     *  Images are stored row after row without gaps.
+     *  @{ */
+
+    /** 2x2 box filter: dst[r][x] = (src[r][x] + src[r][x+1] + src[r+1][x] + src[r+1][x+1]) >> 2.
+     *
+     *  The last row and the last column of dst are 0; the filtered image lies half a pixel further up and left.
+     *  @param[out] dst     [height][width] pixels; must not overlap src
+     *  @param[in]  src     [height][width] pixels
+     *  @param      width   pixels per row; <= 0 does nothing; block 16
+     *  @param      height  rows; <= 0 does nothing, 1 gives zeros
+     */
+    static void UTILS_SSE_CALL Filter2x2(unsigned char* dst, const unsigned char* src, int width, int height);
+
+    /** Transposition, in tiles of 16 x 16 pixels, by way of a staging buffer: result[c][r] = image[r][c].
+     *
+     *  Both buffers have a fixed distance from row to row: 1024 bytes in staging, 512 in result. The image is copied to
+     *  staging first, row r to row r. **Whole tiles are transposed:** with width and height rounded up to multiples of 16,
+     *  rows and columns of the result beyond the image show what staging held beyond it, and nothing else of either buffer is
+     *  touched.
+     *  @param[in]     image    [height][width] pixels; not written
+     *  @param         width    pixels per row, 1024 at most; <= 0 does nothing
+     *  @param         height   rows, 512 at most; <= 0 does nothing
+     *  @param[in,out] staging  rows of 1024 bytes, as many as height rounded up; 16-byte aligned
+     *  @param[in,out] result   rows of 512 bytes, as many as width rounded up; 16-byte aligned
+     */
+    static void UTILS_SSE_CALL TransposeImage(unsigned char* image, int width, int height, unsigned char* staging,
+                                              unsigned char* result);
+
+    /** @}
      *  @name Colour Doppler ensembles
      *  The ensemble of a pixel is the series of n complex samples z[k] = I[k] + j Q[k] that n firings in one direction give at
      *  one depth, in firing order. A call handles one ensemble. **Ensembles of 8, 10 and 12 firings are computed in four

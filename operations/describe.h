@@ -24,7 +24,10 @@ inline long long span(long long repeats, long long step, long long length)
     return repeats > 0 && length > 0 ? (repeats - 1) * step + length : 0;
 }
 
-using std::max;
+inline long long max(long long x, long long y)
+{
+    return std::max(x, y);
+}
 
 inline long long min(long long x, long long y)
 {
@@ -64,7 +67,7 @@ UTILS_SSE_TYPE(CUtils_SSE, none)
 UTILS_SSE_TYPE(float, float32)
 UTILS_SSE_TYPE(int, int32)
 UTILS_SSE_TYPE(short, int16)
-UTILS_SSE_TYPE(unsigned short, int16)
+UTILS_SSE_TYPE(unsigned short, uint16)
 UTILS_SSE_TYPE(unsigned char, uint8)
 UTILS_SSE_TYPE(double, float64)
 UTILS_SSE_TYPE(long long, int64)
@@ -131,6 +134,16 @@ struct TypedArgument : Argument
         is_finite = true;
         return std::move(*this);
     }
+    TypedArgument&& each(Extent elements) &&
+    {
+        listed = std::move(elements);
+        return std::move(*this);
+    }
+    TypedArgument&& at_most(long long value) &&
+    {
+        most = value;
+        return std::move(*this);
+    }
     template <class... V>
     TypedArgument&& sweep(V... values) &&
     {
@@ -168,6 +181,11 @@ inline auto in(const char* name, Extent extent)
 inline auto in_not_const(const char* name, Extent extent)
 {
     return array<Role::in, false>(name, std::move(extent));
+}
+/** Pointers to input arrays; each() says what is read of every one of these. */
+inline auto list(const char* name, Extent pointers)
+{
+    return in(name, std::move(pointers));
 }
 inline auto out(const char* name, Extent extent)
 {
@@ -289,6 +307,12 @@ Argument bind(TypedArgument<ROLE, CONST> argument)
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;
     argument.element_size = sizeof(Plain);
+    if constexpr (std::is_pointer_v<Plain>) {
+        static_assert(std::is_const_v<std::remove_pointer_t<Plain>>, "the arrays of a list are inputs");
+        argument.listed_element_size = sizeof(std::remove_pointer_t<Plain>);
+    }
+    if (std::is_pointer_v<Plain> != argument.is_list())
+        throw std::logic_error(argument.name + ": each() belongs to lists of arrays, and to all of them");
     return std::move(argument);
 }
 

@@ -41,7 +41,11 @@ struct PLAIN_LIBRARY
 
 #include "medians.inc"
 
-#include "block_search.inc"
+#include "mask_averages.inc"
+
+#include "frame_averages.inc"
+
+#include "small_filters.inc"
 
 #include "ensembles.inc"
 
@@ -50,6 +54,8 @@ struct PLAIN_LIBRARY
 #include "fft.inc"
 
 #include "similarity.inc"
+
+#include "block_search.inc"
 
 #include "centroid.inc"
 

@@ -194,6 +194,11 @@ UTILS_SSE_INLINE u8 narrow_saturate(i16 low, i16 high)
 {
     return {_mm_packus_epi16(low.v, high.v)};
 }
+// To -128 .. 127: bytes that keep the sign, and are zero where the value is.
+UTILS_SSE_INLINE u8 narrow_saturate_signed(i16 low, i16 high)
+{
+    return {_mm_packs_epi16(low.v, high.v)};
+}
 
 UTILS_SSE_INLINE i16 broadcast_short(short x)
 {
@@ -234,6 +239,11 @@ UTILS_SSE_INLINE i16 add_saturate_unsigned(i16 x, i16 y)
 UTILS_SSE_INLINE i16 multiply_high(i16 x, i16 y)
 {
     return {_mm_mulhi_epi16(x.v, y.v)};
+}
+// The upper 16 bits of the products of values read as unsigned, 0 .. 65535.
+UTILS_SSE_INLINE i16 multiply_high_unsigned(i16 x, i16 y)
+{
+    return {_mm_mulhi_epu16(x.v, y.v)};
 }
 // Arithmetic: rounds towards minus infinity.
 template <int Bits>
@@ -425,6 +435,11 @@ UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
     return {_mm_set1_epi8(static_cast<char>(x))};
 }
 
+// Mask of the bytes whose top bit is set: those below 0 when read as signed.
+UTILS_SSE_INLINE u8 top_bit(u8 x)
+{
+    return {_mm_cmpgt_epi8(_mm_setzero_si128(), x.v)};
+}
 UTILS_SSE_INLINE u8 add_wrap(u8 x, u8 y)
 {
     return {_mm_add_epi8(x.v, y.v)};
@@ -459,6 +474,15 @@ UTILS_SSE_INLINE i16 widen_low(u8 x)
 UTILS_SSE_INLINE i16 widen_high(u8 x)
 {
     return {_mm_unpackhi_epi8(x.v, _mm_setzero_si128())};
+}
+// The same, times 256.
+UTILS_SSE_INLINE i16 widen_low_to_top(u8 x)
+{
+    return {_mm_unpacklo_epi8(_mm_setzero_si128(), x.v)};
+}
+UTILS_SSE_INLINE i16 widen_high_to_top(u8 x)
+{
+    return {_mm_unpackhi_epi8(_mm_setzero_si128(), x.v)};
 }
 
 // Bytes 0, 2, 4, .., zero-extended, and bytes 1, 3, 5, ..

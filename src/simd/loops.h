@@ -202,6 +202,40 @@ UTILS_SSE_INLINE void cover(Rest rest, const Handle& handle)
     }
 }
 
+// The same for work in place: compute(count, i) returns the results of `count` elements from i on, put(count, i, results)
+// writes them, and everything is read before anything is written. At most 2 * Most - 1 elements.
+template <int Most, class Compute, class Put>
+UTILS_SSE_INLINE void cover_in_place(Rest rest, const Compute& compute, const Put& put)
+{
+    constexpr std::integral_constant<int, Most> most;
+    if (rest.count >= Most) {
+        const std::ptrdiff_t last = rest.i + rest.count - Most;
+        const auto first_results = compute(most, rest.i);
+        if constexpr (Most > 1) {
+            const auto last_results = compute(most, last);
+            put(most, rest.i, first_results);
+            put(most, last, last_results);
+        } else
+            put(most, rest.i, first_results);
+    } else if constexpr (Most > 1) {
+        cover_in_place<Most / 2>(rest, compute, put);
+    }
+}
+
+// handle(count, i) as in cover(), but in runs that do not overlap. At most 2 * Most - 1 elements.
+template <int Most, class Handle>
+UTILS_SSE_INLINE void for_parts(Rest rest, const Handle& handle)
+{
+    if (rest.count <= 0)
+        return;
+    if (rest.count & Most) {
+        handle(std::integral_constant<int, Most>(), rest.i);
+        rest.i += Most;
+    }
+    if constexpr (Most > 1)
+        for_parts<Most / 2>(Rest{rest.i, rest.count & (Most - 1)}, handle);
+}
+
 // dst[i] = f(src[i]...) over floats: one generic function of values is body and tail. dst may equal any src.
 template <class Function, class... Source>
 UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Source*... src)

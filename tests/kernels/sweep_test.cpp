@@ -85,6 +85,10 @@ std::string shown(Element element, const unsigned char* value)
         text << number;
         break;
     }
+    case Element::uint16:
+        std::memcpy(&bits, value, 2);
+        text << bits;
+        break;
     case Element::uint8:
     case Element::none:
         text << static_cast<int>(*value);
@@ -105,8 +109,8 @@ class Sweeper
 public:
     Sweeper(const Operation& operation, AnyFunction plain, unsigned number)
         : operation_(operation), arguments_(operation.arguments), plain_(plain), random_(seed() * 1000u + number),
-          buffers_(arguments_.size()), before_(arguments_.size()), expected_(arguments_.size()), positions_(arguments_.size()),
-          values_(arguments_.size())
+          buffers_(arguments_.size()), lists_(arguments_.size()), before_(arguments_.size()), expected_(arguments_.size()),
+          positions_(arguments_.size()), values_(arguments_.size())
     {}
 
     Failure run()
@@ -129,8 +133,18 @@ public:
 private:
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
+    // One array of a list.
+    struct Listed
+    {
+        Bytes content;
+        GuardedBuffer buffer;
+        bool is_shared = false; // lies where the other shared arguments do
+    };
+
     Failure run_length(long long length, std::size_t most_combinations, int data_sets)
     {
+        if (!operation_.length().allows(length))
+            return std::nullopt;
         std::size_t combinations = 1;
         for (const Argument& argument : arguments_)
             combinations *= argument.is_length ? 1 : std::max<std::size_t>(argument.swept.size(), 1);
@@ -194,7 +208,10 @@ private:
     }
 
     // The argument whose memory this one uses.
-    std::size_t home(std::size_t index) const { return is_shared(index) ? shared_->front() : index; }
+    std::size_t home(std::size_t index) const
+    {
+        return is_shared(index) && !arguments_[index].is_list() ? shared_->front() : index;
+    }
 
     void make_data()
     {
@@ -211,21 +228,70 @@ private:
             }
             before_[i].assign(argument.bytes_before(counts_) + argument.bytes(counts_) + argument.bytes_beyond(counts_),
                               poison_);
-            if (argument.role == Role::in || argument.role == Role::inout) {
+            if (argument.is_list()) {
+                make_list(i, tame);
+            } else if (argument.role == Role::in || argument.role == Role::inout) {
                 fill(argument.element, before_[i].data(), before_[i].size() / argument.element_size, tame, random_);
                 if (is_shared(i))
                     source = i;
             }
         }
-        if (shared_)
+        if (!shared_)
+            return;
+        if (source != npos)
             for (const std::size_t i : *shared_)
                 before_[i] = before_[source];
+        for (const std::size_t i : *shared_)
+            for (const Listed& listed : lists_[i])
+                if (listed.is_shared)
+                    before_[home(shared_->front())] = listed.content;
+    }
+
+    // The arrays of a list; of a shared one, one of them is.
+    void make_list(std::size_t index, bool tame)
+    {
+        const Argument& argument = arguments_[index];
+        std::vector<Listed>& list = lists_[index];
+        list.resize(argument.extent(counts_));
+        for (Listed& listed : list) {
+            listed.content.assign(argument.listed_bytes(counts_), poison_);
+            fill(argument.element, listed.content.data(), listed.content.size() / argument.listed_element_size, tame, random_);
+            listed.is_shared = false;
+        }
+        if (is_shared(index) && !list.empty())
+            list[below(random_, list.size())].is_shared = true;
+    }
+
+    // Writes the addresses of a list's arrays into its table of pointers.
+    template <class Address>
+    void point_to(Bytes& table, std::vector<Listed>& list, const Address& address)
+    {
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            const unsigned char* const pointer = address(list[i]);
+            std::memcpy(table.data() + i * sizeof pointer, &pointer, sizeof pointer);
+        }
+    }
+
+    void place_list(std::size_t index)
+    {
+        point_to(before_[index], lists_[index], [&](Listed& listed) -> const unsigned char* {
+            if (listed.is_shared)
+                return buffers_[shared_->front()].data();
+            const Against side = below(random_, 2) ? Against::end : Against::start;
+            const std::size_t size = arguments_[index].listed_element_size;
+            listed.buffer.place(listed.content.size(), size, side, below(random_, 16) / size * size, poison_);
+            if (!listed.content.empty())
+                std::memcpy(listed.buffer.data(), listed.content.data(), listed.content.size());
+            return listed.buffer.data();
+        });
     }
 
     // Without sharing: what it is like in place follows from what it is like out of place.
     void compute_expected()
     {
         expected_ = before_;
+        for (std::size_t i = 0; i < arguments_.size(); ++i)
+            point_to(expected_[i], lists_[i], [](const Listed& listed) { return listed.content.data(); });
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (arguments_[i].is_array())
                 values_[i] = Value(expected_[i].data() + arguments_[i].bytes_before(counts_));
@@ -234,9 +300,10 @@ private:
 
     Failure check_call()
     {
-        for (std::size_t i = 0; i < arguments_.size(); ++i)
-            if (arguments_[i].is_array() && home(i) == i)
-                place(i);
+        for (const bool lists : {false, true}) // a list may point to an array that is placed as another argument
+            for (std::size_t i = 0; i < arguments_.size(); ++i)
+                if (arguments_[i].is_array() && arguments_[i].is_list() == lists && home(i) == i)
+                    place(i);
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (arguments_[i].is_array())
                 values_[i] = Value(buffers_[home(i)].data() + arguments_[i].bytes_before(counts_));
@@ -265,6 +332,7 @@ private:
 
     void place(std::size_t index)
     {
+        place_list(index);
         std::size_t alignment = arguments_[index].alignment_at(counts_);
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (home(i) == index)
@@ -285,7 +353,13 @@ private:
             if (const auto where = buffer.stray_write())
                 return describe() + "\n  written outside " + argument.name + ", at byte " + std::to_string(*where) + " of " +
                        std::to_string(buffer.bytes());
-        if (is_shared(index) && !argument.is_written())
+        for (std::size_t i = 0; i < lists_[index].size(); ++i) {
+            const Listed& listed = lists_[index][i];
+            if (!listed.is_shared && (listed.buffer.stray_write() ||
+                                      !std::equal(listed.content.begin(), listed.content.end(), listed.buffer.data())))
+                return describe() + "\n  written to or around " + argument.name + "[" + std::to_string(i) + "]";
+        }
+        if (home(index) != index && !argument.is_written())
             return std::nullopt;
         const Bytes& expected = argument.is_written() ? expected_[index] : before_[index];
         const std::size_t size = argument.element_size;
@@ -338,6 +412,12 @@ private:
             if (arguments_[i].is_array() && home(i) == i && buffers_[i].owns(address))
                 text << ": byte " << static_cast<std::ptrdiff_t>(address - start_of(i)) << " of " << arguments_[i].name
                      << ", which has " << buffers_[i].bytes();
+        for (std::size_t i = 0; i < arguments_.size(); ++i)
+            for (std::size_t k = 0; k < lists_[i].size(); ++k)
+                if (!lists_[i][k].is_shared && lists_[i][k].buffer.owns(address))
+                    text << ": " << arguments_[i].name << "[" << k << "], at byte "
+                         << static_cast<std::ptrdiff_t>(address - reinterpret_cast<std::uintptr_t>(lists_[i][k].buffer.data()))
+                         << " of " << lists_[i][k].buffer.bytes();
         return text.str();
     }
 
@@ -358,6 +438,7 @@ private:
     AnyFunction plain_;
     Random random_;
     std::vector<GuardedBuffer> buffers_;
+    std::vector<std::vector<Listed>> lists_; // of arguments that are one
 
     // The call under test; one entry for each argument.
     Counts counts_;
