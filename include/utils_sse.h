@@ -1528,7 +1528,7 @@ public:
      *  magnitude = sqrt(re * re + im * im). Every product, sum and root is rounded once, as written.
      *
      *  Steps that several bins have in common are computed once, which changes no bit: the time grows like n log n up to
-     *  n = 4096, and like n^2 from there on, with a small factor. Uses 17 KB of stack.
+     *  n = 4096, and like n^2 or worse from 8192 on. Uses 17 KB of stack.
      *  @param[out] magnitude  n floats; must not overlap an input
      *  @param[in]  input      n floats
      *  @param[in]  table      2n floats, of CreateFFTCoeffs(n)
