@@ -775,7 +775,7 @@ public:
      *  minus infinity. Line 2m of the mask receives the flags of a and b. **Line 2m + 1 of the mask is left as it is.**
      *
      *  **The pair behind the last one is read**, though it makes no lines of its own: the last interpolated line leans on
-     *  whatever the host keeps there.
+     *  whatever the host keeps there. (With an odd number of lines the last of them is the first firing of that pair.)
      *
      *  **Body and tail differ.** In the last n mod 8 columns line 2m is the low 16 bits of a + b (20000 + 20000 gives
      *  -25536) and line 2m + 1 the low 16 bits of (a + b + c + d) >> 1; the mask is not written. Pad lines to whole blocks
@@ -798,7 +798,7 @@ public:
      *  between the two firings of the same pair: (3a + b) >> 2, (a + b) >> 1, (a + 3b) >> 2. No flags are computed there.
      *
      *  Each mask line 4m is then copied whole to the three lines behind it: in the columns of the tail they receive what
-     *  line 4m held before the call.
+     *  line 4m held before the call. All shifts round towards minus infinity.
      *  @param[out]    dst    [4 (lines / 2)][n] samples; must not overlap src
      *  @param[in]     src    [2 (lines / 2) + 2][n] samples, pair after pair; the last two lines are the pair behind
      *  @param[in,out] clip   [4 (lines / 2)][n] flags
@@ -815,7 +815,8 @@ public:
      *  - on it v = (1 - float(j) * slope) * float(x), j = 0, 1, .. counted from its start;
      *  - from its end on v = float(x) * (1 - float(percent) / 100).
      *
-     *  The ramp's ends are rounded down to multiples of 8, and slope = (float(percent) / float(end - start)) / 100. The mask
+     *  The ramp's ends are rounded down to multiples of 8, and with these slope = (float(percent) / float(end - start)) / 100;
+     *  they may lie beyond the line. Products outside the 32-bit range (an absurd percentage) become -32768. The mask
      *  of each line receives the flags of its pair. If the ramp ends at or before its start, there is none: what lies beyond
      *  begins at its end.
      *
@@ -882,7 +883,7 @@ public:
      *
      *  **Body and tail differ** in sums beyond 16 bits: in the body they wrap before the shift (20000 + 20000 gives 0), in
      *  the tail they do not (255).
-     *  @param[out] dst   n bytes; must not overlap an input
+     *  @param[out] dst   n bytes; may begin where an input begins
      *  @param[in]  low   n values
      *  @param[in]  high  n values
      *  @param      n     number of pixels; block 16
@@ -898,7 +899,7 @@ public:
      *  The binomial kernel is the usual one of Laplacian pyramids (Burt and Adelson, "The Laplacian Pyramid as a Compact
      *  Image Code", 1983).
      *  @param[out] low     [height][width] values, 0 .. 32640; must not overlap src
-     *  @param[out] high    [height][width] values, -32640 .. 32640; must not overlap src
+     *  @param[out] high    [height][width] values, -28050 .. 28050; must not overlap src
      *  @param[in]  src     [height][width] pixels
      *  @param      width   pixels per row; <= 0 does nothing; block 8
      *  @param      height  rows; <= 0 does nothing
@@ -934,7 +935,7 @@ public:
      *  all five. A caller who wants medians only passes the pixels in calls of fewer than a block; one who wants the body's
      *  choice only pads to whole blocks.
      *  @param[out] dst  n values; may equal a frame
-     *  @param[in]  f1   n values, of which those of the body do not matter
+     *  @param[in]  f1   n values, of which those of the body are not read
      *  @param[in]  f2   n values
      *  @param[in]  f3   n values
      *  @param[in]  f4   n values
@@ -955,7 +956,7 @@ public:
 
     /** A smoothing of five frames of 16-bit values; as for bytes, but block 8. **Body and tail differ** in the same way.
      *  @param[out] dst  n values; may equal a frame
-     *  @param[in]  f1   n values, of which those of the body do not matter
+     *  @param[in]  f1   n values, of which those of the body are not read
      *  @param[in]  f2   n values
      *  @param[in]  f3   n values
      *  @param[in]  f4   n values
@@ -1018,8 +1019,8 @@ public:
     /** Exact median of the 3x3 neighbourhood, for floats.
      *
      *  With an odd width, from 3 on, every pixel but those of the first and last row and column is filtered. **With an even
-     *  width columns width - 3 and width - 2 are not filtered either.** What is not filtered is copied. A height below 3
-     *  gives a copy.
+     *  width columns width - 3 and width - 2 are not filtered either.** What is not filtered is copied. A width or height below
+     *  3 gives a copy.
      *
      *  With min(x, y) = x < y ? x : y and max(x, y) = x > y ? x : y the steps are, for a column of three values a, b, c from
      *  top to bottom: lo = min(a, b), hi = max(a, b), t = min(hi, c); lowest min(lo, t), middle max(lo, t), highest
@@ -1054,7 +1055,8 @@ public:
 
     /** Exact median of the 5x5 neighbourhood.
      *
-     *  Every pixel at least two away from each border is filtered, at any width and height; the others are copied.
+     *  Every pixel at least two away from each border is filtered, at any width and height; the others are copied. A width or
+     *  height below 5 gives a copy.
      *  @param[out] dst     height rows of width pixels
      *  @param[in]  src     height rows of width pixels
      *  @param      pitch   pixels from row to row, width at least
