@@ -2,6 +2,7 @@
 #include "bad_input.h"
 #include "commands.h"
 #include "demo_checks.h"
+#include "demo_colour.h"
 #include "recipe.h"
 #include "synthetic.h"
 #include "units.h"
@@ -102,7 +103,8 @@ int run_demo(const DemoOptions& options)
         for (const StageTimes::Stage& stage : times.stages())
             std::printf("%-16s %10.3f ms\n", stage.name.c_str(), stage.seconds * 1e3);
     }
-    return all_ok(checks) ? exit_ok : exit_differs;
+    const bool flow_ok = demo_colour(options.folder, seed);
+    return all_ok(checks) && flow_ok ? exit_ok : exit_differs;
 }
 
 } // namespace

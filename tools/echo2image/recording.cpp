@@ -92,12 +92,14 @@ struct FramePlan
     std::size_t size = 0;                 // of a frame, in elements
 };
 
-FramePlan plan_of(const Description& description)
+// With `firings` above 0, frames are ensembles of as many firings, which follow one another sample by sample.
+FramePlan plan_of(const Description& description, std::int64_t firings)
 {
     const bool picture = std::find(description.axes.begin(), description.axes.end(), "row") != description.axes.end();
     const std::int64_t components = description.content == Content::iq ? 2 : 1;
+    const std::int64_t group = components * std::max<std::int64_t>(1, firings); // elements of a sample
     FramePlan plan;
-    plan.size = static_cast<std::size_t>(description.lines * description.samples * components);
+    plan.size = static_cast<std::size_t>(description.lines * description.samples * group);
     std::int64_t stride = 1;
     std::vector<Axis> axes; // fastest first
     for (std::size_t i = description.axes.size(); i-- > 0;) {
@@ -107,9 +109,11 @@ FramePlan plan_of(const Description& description)
         else if (axis == "component")
             axes.push_back({components, stride, 1});
         else if (axis == "sample")
-            axes.push_back({description.samples, stride, components});
+            axes.push_back({description.samples, stride, group});
+        else if (axis == "firing" && firings > 0)
+            axes.push_back({firings, stride, components});
         else if (axis == "line")
-            axes.push_back({description.lines, stride, description.samples * components});
+            axes.push_back({description.lines, stride, description.samples * group});
         else if (picture && axis == "column")
             axes.push_back({description.lines, stride, 1});
         else if (picture && axis == "row")
@@ -208,13 +212,13 @@ private:
 };
 
 template <class Sample>
-std::vector<Sample> read_frame(const Description& description, std::int64_t frame)
+std::vector<Sample> read_frame(const Description& description, std::int64_t frame, std::int64_t firings = 0)
 {
     if (sizeof(Sample) != static_cast<std::size_t>(bytes_per_element(description.type)))
         throw std::logic_error(name_of(description.source) + ": the samples are of another type");
     if (frame < 0 || frame >= description.frames)
         reject(description.source, "frame", "0 to " + std::to_string(description.frames - 1), std::to_string(frame));
-    const FramePlan plan = plan_of(description);
+    const FramePlan plan = plan_of(description, firings);
     std::vector<Sample> samples;
     try {
         samples = FrameReader<Sample>(description, plan).read(frame * plan.from_frame_to_frame);
@@ -324,6 +328,16 @@ const Description& Recording::description() const
 std::vector<std::int16_t> Recording::read_frame_i16(std::int64_t frame) const
 {
     return read_frame<std::int16_t>(description(), frame);
+}
+
+std::vector<std::int16_t> Recording::read_ensembles_i16(std::int64_t frame, std::int64_t firings) const
+{
+    const Description& d = description();
+    if (d.content != Content::iq)
+        reject(d.source, "content", "iq for ensembles", to_string(d.content));
+    if (firings < 1 || firings > d.firings)
+        reject(d.source, "firings", "1 to " + std::to_string(d.firings), std::to_string(firings));
+    return read_frame<std::int16_t>(d, frame, firings);
 }
 
 std::vector<std::uint8_t> Recording::read_frame_u8(std::int64_t frame) const

@@ -111,6 +111,8 @@ public:
     // Frame as [line][sample] (rf), [line][sample][I, Q] (iq); `frame` must be below frames. Throws BadInput when the file
     // cannot be read (any more).
     std::vector<std::int16_t> read_frame_i16(std::int64_t frame) const;
+    // Frame of I/Q with its first `firings` firings, [line][sample][firing][I, Q].
+    std::vector<std::int16_t> read_ensembles_i16(std::int64_t frame, std::int64_t firings) const;
     // Frame as [line][sample], for pictures as [row][column].
     std::vector<std::uint8_t> read_frame_u8(std::int64_t frame) const;
 
