@@ -70,7 +70,8 @@ ColourChain::ColourChain(const Description& description, const ColourParameters&
 {
     const std::string where = description.source.string() + ": ";
     if (description.content != Content::iq)
-        throw BadInput(where + "colour needs ensembles of I/Q, found content " + to_string(description.content));
+        throw BadInput(where + "colour needs ensembles of I/Q, found content " +
+                       (description.content == Content::rf ? "rf" : "bmode"));
     if (description.firings < fewest_firings)
         throw BadInput(where + "axes: colour needs at least " + std::to_string(fewest_firings) +
                        " along the axis firing, found " + std::to_string(description.firings));
