@@ -1,17 +1,21 @@
 // The B-mode chain on made-up echoes: envelopes, grey values, geometry of pictures.
 #include "bad_input.h"
 #include "bmode.h"
+#include "chain.h"
 #include "envelope_difference.h"
 #include "filter_design.h"
+#include "rf_stages.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <random>
 #include <string>
+#include <tuple>
 
 using namespace echo2image;
 
@@ -342,6 +346,309 @@ TEST(Envelope, TurnsDownWhatItCannotDo)
     }
     const EnvelopeDetector detector(rf_description(2, 100), {});
     EXPECT_NE(complaint([&] { detector.detect(std::vector<std::int16_t>(199)); }).find("200"), std::string::npos);
+}
+
+TEST(RfStages, UpsampleWithoutMovingOrClippingEchoes)
+{
+    for (const Upsampling upsampling : {Upsampling::full, Upsampling::fast})
+        for (const auto& [amplitude, offset] : {std::pair{32767.0, 0.0}, {32000.0, 700.0}, {12.0, -2.6}, {1.0, 0.0}}) {
+            SCOPED_TRACE("amplitude " + std::to_string(amplitude));
+            Description d = rf_description(3, 603);
+            d.offset = offset;
+            std::vector<std::int16_t> frame(3 * 603, static_cast<std::int16_t>(std::lround(offset)));
+            for (std::size_t i = 0; i < frame.size(); ++i) { // bursts at the line's start, middle and end
+                const double t = static_cast<double>(i % 603) - 301.0 * static_cast<double>(i / 603);
+                const double echo = amplitude * std::exp(-t * t / 1250) * std::cos(2 * pi * t / 8 + 0.7);
+                frame[i] = static_cast<std::int16_t>(std::clamp<long>(frame[i] + std::lround(echo), -32768, 32767));
+            }
+            RfOptions options;
+            options.upsampling = upsampling;
+            const RfStages stages(d, options);
+            const Description& after = stages.description();
+            EXPECT_EQ(after.lines, 3);
+            EXPECT_EQ(after.samples, 2 * 603);
+            EXPECT_EQ(after.sampling_frequency, 80e6);
+            EXPECT_EQ(after.sample_spacing * 2, d.sample_spacing);
+            EXPECT_EQ(after.offset, 0);
+            const RfFrame made = stages.process(frame);
+            ASSERT_EQ(made.samples.size(), 2 * frame.size());
+            for (std::size_t line = 0; line < 3; ++line)
+                for (std::size_t i = 10; i + 10 < 1206; ++i) {
+                    const double t = 0.5 * static_cast<double>(i) - 301.0 * static_cast<double>(line);
+                    const double echo = amplitude * std::exp(-t * t / 1250) * std::cos(2 * pi * t / 8 + 0.7);
+                    ASSERT_NEAR(made.samples[line * 1206 + i] * made.unit, echo, 0.03 * amplitude + 1) << line << ", " << i;
+                }
+        }
+}
+
+// The formulas of the upsamplers hold for lines of any length and in every place: nothing comes from in front of the line,
+// and nothing from its neighbours.
+TEST(RfStages, UpsampleShortLinesLikeLongOnes)
+{
+    const std::vector<int> full = {-13, 61, -170, 634, 634, -170, 61, -13};
+    const std::vector<int> fast = {-1, 9, 9, -1};
+    std::mt19937 generator(3);
+    for (const int samples : {1, 4, 5, 8, 9, 11, 15, 16, 17, 40})
+        for (const auto& [upsampling, taps, shift] : {std::tuple{Upsampling::full, full, 10}, {Upsampling::fast, fast, 4}}) {
+            SCOPED_TRACE(std::to_string(samples) + " samples, " + std::to_string(taps.size()) + " taps");
+            std::vector<std::int16_t> frame(3 * static_cast<std::size_t>(samples));
+            for (std::int16_t& sample : frame)
+                sample = static_cast<std::int16_t>(static_cast<int>(generator() % 18000) - 9000);
+            frame[0] = 9000; // the gain is 2, and then nothing is rounded before the kernels
+            RfOptions options;
+            options.upsampling = upsampling;
+            const RfFrame made = RfStages(rf_description(3, samples), options).process(frame);
+            const int reach = static_cast<int>(taps.size()) / 2;
+            for (int line = 0; line < 3; ++line)
+                for (int i = 0; i < samples; ++i) {
+                    int sum = 0;
+                    for (int k = 0; k < 2 * reach; ++k) {
+                        const int at = i + k - reach + 1;
+                        if (at >= 0 && at < samples)
+                            sum += taps[static_cast<std::size_t>(k)] * 2 * frame[static_cast<std::size_t>(line * samples + at)];
+                    }
+                    const auto place = static_cast<std::size_t>(2 * (line * samples + i));
+                    ASSERT_EQ(made.samples[place], 2 * frame[place / 2]) << line << ", " << i;
+                    ASSERT_EQ(made.samples[place + 1], sum >> shift) << line << ", " << i;
+                }
+        }
+}
+
+TEST(RfStages, InterpolateLinesWhereTheyBelong)
+{
+    // Each line is a ramp of its own; whole lines, no blank ones, and a place for each.
+    const int amplitudes[] = {1600, -800, 4000, 400};
+    for (const std::int64_t samples : {5, 16, 97})
+        for (const int factor : {2, 4}) {
+            SCOPED_TRACE(std::to_string(samples) + " samples, factor " + std::to_string(factor));
+            Description d = rf_description(4, samples);
+            d.geometry.first_line = -1e-3;
+            d.geometry.angle_step = 0.02;
+            d.offset = 16;
+            std::vector<std::int16_t> frame;
+            for (const int amplitude : amplitudes)
+                for (int i = 0; i < samples; ++i)
+                    frame.push_back(static_cast<std::int16_t>(16 + amplitude + 16 * i));
+            RfOptions options;
+            options.interpolate = factor;
+            const RfStages stages(d, options);
+            const Description& after = stages.description();
+            ASSERT_EQ(after.lines, 3 * factor + 1);
+            EXPECT_EQ(after.geometry.first_line, d.geometry.first_line);
+            EXPECT_DOUBLE_EQ(after.geometry.line_pitch * factor, d.geometry.line_pitch);
+            EXPECT_DOUBLE_EQ(after.geometry.angle_step * factor, d.geometry.angle_step);
+            const RfFrame made = stages.process(frame);
+            ASSERT_EQ(static_cast<std::int64_t>(made.samples.size()), after.lines * samples);
+            for (int line = 0; line <= 3 * factor; ++line)
+                for (int i = 0; i < samples; ++i) {
+                    const double a = amplitudes[line / factor];
+                    const double b = amplitudes[std::min(3, line / factor + 1)];
+                    const double expected = a + (b - a) * (line % factor) / factor + 16 * i;
+                    ASSERT_EQ(made.samples[static_cast<std::size_t>(line * samples + i)] * made.unit, expected)
+                        << line << ", " << i;
+                }
+        }
+}
+
+// Three pairs of lines whose sums are 40, 80 and 120 plus the column; sample 1 of the middle pair is clipped by both firings,
+// the last one by one of them alone.
+struct Pairs
+{
+    Description description;
+    std::vector<std::int16_t> samples;
+
+    explicit Pairs(int count) : description(rf_description(3, count))
+    {
+        description.firings = 2;
+        for (int line = 0; line < 3; ++line)
+            for (const int sign : {1, -1})
+                for (int i = 0; i < count; ++i)
+                    samples.push_back(static_cast<std::int16_t>(sign * 1000 + 20 * (line + 1) + (sign > 0 ? i : 0)));
+        const auto at = [&](int firing, int sample) -> std::int16_t& {
+            return samples[static_cast<std::size_t>((2 + firing) * count + sample)];
+        };
+        at(0, 1) = 32767;
+        at(1, 1) = -32768;
+        at(0, count - 1) = 32767;
+    }
+};
+
+TEST(RfStages, SumPairs)
+{
+    for (const int count : {5, 8, 19})
+        for (const int factor : {1, 2, 4}) {
+            SCOPED_TRACE(std::to_string(count) + " samples, factor " + std::to_string(factor));
+            const Pairs pairs(count);
+            RfOptions options;
+            options.pulse_inversion = PulseInversion::sum;
+            options.interpolate = factor;
+            const RfStages stages(pairs.description, options);
+            EXPECT_EQ(stages.description().center_frequency, 2 * pairs.description.center_frequency);
+            EXPECT_DOUBLE_EQ(stages.description().geometry.line_pitch * factor, pairs.description.geometry.line_pitch);
+            const RfFrame made = stages.process(pairs.samples);
+            ASSERT_EQ(made.samples.size(), static_cast<std::size_t>((2 * factor + 1) * count));
+            ASSERT_EQ(made.clipped.size(), made.samples.size());
+            EXPECT_EQ(made.unit, 1);
+            for (int line = 0; line <= 2 * factor; ++line)
+                for (int i = 0; i < count; ++i) {
+                    const auto place = static_cast<std::size_t>(line * count + i);
+                    const bool beside_middle = line > 0 && line < 2 * factor;
+                    ASSERT_EQ(made.clipped[place] != 0, i == 1 && beside_middle) << line << ", " << i;
+                    if (i != 1 && i != count - 1) {
+                        ASSERT_EQ(made.samples[place], 40 + 40 * line / factor + i) << line << ", " << i;
+                    }
+                }
+        }
+}
+
+TEST(RfStages, BlendPairs)
+{
+    const int count = 51; // not a multiple of 8
+    const Pairs pairs(count);
+    RfOptions options;
+    options.pulse_inversion = PulseInversion::blend;
+    options.ramp_start = 16;
+    options.ramp_end = 32;
+    for (const int percent : {100, 40}) {
+        options.percent = percent;
+        const RfStages stages(pairs.description, options);
+        EXPECT_EQ(stages.description().center_frequency, 1.5 * pairs.description.center_frequency);
+        const RfFrame made = stages.process(pairs.samples);
+        ASSERT_EQ(made.samples.size(), static_cast<std::size_t>(3 * count));
+        for (int i = 0; i + 1 < count; ++i) { // the first pair: 1020 + i and -980
+            const double part = i < 16 ? 1 : i < 32 ? 1 - (i - 16) / 16.0 * percent / 100 : 1 - percent / 100.0;
+            ASSERT_NEAR(made.samples[static_cast<std::size_t>(i)], 1020 + i - 980 * part, 0.51) << i;
+        }
+        EXPECT_NE(made.clipped[count + 1], 0);
+        EXPECT_EQ(std::count(made.clipped.begin(), made.clipped.end(), 0), 3 * count - 1);
+    }
+    options.ramp_start = options.ramp_end = -1;
+    const RfOptions chosen = RfStages(pairs.description, options).options();
+    EXPECT_EQ(chosen.ramp_start, 17);
+    EXPECT_EQ(chosen.ramp_end, 34);
+}
+
+TEST(RfStages, TurnDownWhatTheyCannotDo)
+{
+    const auto refusal = [](const Description& d, const RfOptions& options) {
+        return complaint([&] { RfStages(d, options); });
+    };
+    Description d = rf_description(4, 15);
+    RfOptions options;
+    options.interpolate = 3;
+    EXPECT_NE(refusal(d, options).find("2 or 4"), std::string::npos);
+    options.interpolate = 2;
+    EXPECT_NE(complaint([&] { RfStages(d, options).process({1, 2, 3}); }).find("60"), std::string::npos);
+    d.offset = 1e9;
+    EXPECT_NE(refusal(d, options).find("offset"), std::string::npos);
+    d = rf_description(1 << 20, 1 << 10);
+    EXPECT_NE(refusal(d, options).find("2147483647"), std::string::npos);
+    d.content = Content::iq;
+    EXPECT_NE(refusal(d, options).find("need RF"), std::string::npos);
+
+    Pairs pairs(20);
+    options = {};
+    options.pulse_inversion = PulseInversion::sum;
+    EXPECT_NE(refusal(rf_description(4, 15), options).find("found 1 firing"), std::string::npos);
+    d = pairs.description;
+    d.offset = 3;
+    EXPECT_NE(refusal(d, options).find("offset"), std::string::npos);
+    const RfStages sum(pairs.description, options);
+    EXPECT_EQ(complaint([&] { sum.process(std::vector<std::int16_t>(pairs.samples.size())); }), "no complaint")
+        << "silence has no sign";
+    for (std::size_t i = 0; i < pairs.samples.size(); ++i) // firings alike, as those of an ensemble
+        pairs.samples[i] = static_cast<std::int16_t>(500 + i % 20);
+    EXPECT_NE(complaint([&] { sum.process(pairs.samples); }).find("found 1.00"), std::string::npos);
+    options.pulse_inversion = PulseInversion::blend;
+    options.ramp_start = 8;
+    options.ramp_end = 21;
+    EXPECT_NE(refusal(pairs.description, options).find("8 to 21 of 20"), std::string::npos);
+    options.ramp_end = 16;
+    options.percent = 101;
+    EXPECT_NE(refusal(pairs.description, options).find("--percent"), std::string::npos);
+    d = pairs.description;
+    d.samples = 32761;
+    EXPECT_NE(refusal(d, options).find("32760"), std::string::npos);
+}
+
+TEST(Chain, MarksClippedEchoesAndRespectsTheSoundSpeed)
+{
+    Description d = rf_description(9, 400);
+    d.firings = 2;
+    std::vector<std::int16_t> pairs;
+    for (int line = 0; line < 9; ++line)
+        for (const int sign : {1, -1})
+            for (int i = 0; i < 400; ++i) { // only line 4 is clipped, at samples 196 to 204
+                const double echo = (line == 4 ? 60000 : 20000) * std::exp(-(i - 200.0) * (i - 200.0) / 50);
+                pairs.push_back(static_cast<std::int16_t>(std::clamp(sign * echo, -32768.0, 32767.0)));
+            }
+    for (const Upsampling upsampling : {Upsampling::none, Upsampling::full})
+        for (const int factor : {1, 2}) {
+            ChainParameters wanted;
+            wanted.rf.pulse_inversion = PulseInversion::sum;
+            wanted.rf.upsampling = upsampling;
+            wanted.rf.interpolate = factor;
+            wanted.bandwidth = 4e6;
+            wanted.scale = true;
+            Chain chain(d, wanted);
+            EXPECT_TRUE(chain.needs_firings());
+            const EnvelopeFrame envelope = chain.envelope(pairs);
+            ASSERT_EQ(envelope.clipped.size(), envelope.values.size());
+            const double step = envelope.sample_spacing / d.sample_spacing; // samples of the recording
+            for (std::int64_t line = 0; line < envelope.lines; ++line)
+                for (std::int64_t j = 0; j < envelope.samples; ++j) {
+                    const double distance = std::fabs(static_cast<double>(j) * step - 200);
+                    const bool touched = std::abs(line - 4 * factor) < factor;
+                    const bool marked = envelope.clipped[static_cast<std::size_t>(line * envelope.samples + j)] != 0;
+                    if (!touched || distance > 5 + step) {
+                        ASSERT_FALSE(marked) << line << ", " << j;
+                    } else if (distance < 4) {
+                        ASSERT_TRUE(marked) << line << ", " << j;
+                    }
+                }
+            chain.set_reference(30000);
+            const GreyImage image = chain.picture(envelope);
+            ASSERT_EQ(image.marks.size(), image.pixels.size());
+            double column = 0;
+            double row = 0;
+            chain.converter().pixel_of(d.geometry.first_line + 4 * d.geometry.line_pitch, 200 * d.sample_spacing, column, row);
+            const int margin = image.width - chain.converter().width();
+            const auto mark = image.marks[static_cast<std::size_t>(std::lround(row)) * static_cast<std::size_t>(image.width) +
+                                          static_cast<std::size_t>(margin + std::lround(column))];
+            EXPECT_NE(mark, 0);
+            EXPECT_LT(std::count(image.marks.begin(), image.marks.end(), 255),
+                      static_cast<std::ptrdiff_t>(image.marks.size() / 20));
+        }
+
+    d = rf_description(9, 400);
+    d.geometry.start_depth = 5e-3;
+    ChainParameters faster;
+    faster.sound_speed = 1.1 * d.sound_speed;
+    const Chain stated(d, {});
+    const Chain other(d, faster);
+    EXPECT_DOUBLE_EQ(other.detector().sample_spacing(), 1.1 * stated.detector().sample_spacing());
+    double column = 0;
+    double row = 0;
+    other.converter().pixel_of(0, 1.1 * (5e-3 - 0.5 * d.sample_spacing * other.parameters().decimation), column, row);
+    EXPECT_NEAR(row, -0.5, 1e-6) << "the picture starts half a sample above the first one";
+    EXPECT_EQ(other.parameters().taps, stated.parameters().taps);
+}
+
+TEST(Smoothing, FollowsItsKernelInEveryColumn)
+{
+    // A white line between dark ones, and a dark line between white ones, of any length.
+    for (const std::int64_t samples : {1, 16, 35}) {
+        const std::uint8_t lines[] = {9, 0, 0, 0, 255, 0, 0, 0, 255, 255, 0, 255, 255, 255, 255, 200};
+        const std::uint8_t expected[] = {9, 0, 0, 47, 175, 47, 0, 39, 223, 215, 79, 207, 255, 255, 255, 200};
+        std::vector<std::uint8_t> grey;
+        std::vector<std::uint8_t> smoothed;
+        for (std::size_t line = 0; line < std::size(lines); ++line) {
+            grey.insert(grey.end(), static_cast<std::size_t>(samples), lines[line]);
+            smoothed.insert(smoothed.end(), static_cast<std::size_t>(samples), expected[line]);
+        }
+        EXPECT_EQ(smooth(grey, static_cast<std::int64_t>(std::size(lines))), smoothed) << samples;
+        EXPECT_EQ(smooth(grey, 1), grey);
+    }
 }
 
 // FNV-1a

@@ -86,6 +86,25 @@ protected:
         describe("rf", "file: rf.raw\ncontent: rf\ntype: int16\naxes: [frame, line, sample]\nshape: [3, 40, 500]\n"
                        "sampling_frequency: 40 MHz\ncenter_frequency: 5 MHz\nbandwidth: 3 MHz\n"
                        "geometry: {kind: linear, line_pitch: 0.3 mm}\n");
+        // Two firings of opposite polarity, clipped a little, and an ensemble that has none.
+        std::string pairs;
+        for (int line = 0; line < lines; ++line)
+            for (const int sign : {1, -1})
+                for (int sample = 0; sample < samples; ++sample) {
+                    const double t = sample - 100 - 5 * line;
+                    const double echo = 40000 * std::cos(0.25 * 3.14159265 * t) * std::exp(-std::pow(t / 20.0, 2));
+                    const auto value = static_cast<std::int16_t>(std::clamp(sign * echo + 0.001 * echo * t, -32768.0, 32767.0));
+                    pairs.append(reinterpret_cast<const char*>(&value), sizeof value);
+                }
+        write_file(folder / "pairs.raw", pairs);
+        const std::string scan = "sampling_frequency: 40 MHz\ncenter_frequency: 5 MHz\nbandwidth: 2 MHz\n"
+                                 "geometry: {kind: linear, line_pitch: 0.3 mm}\n";
+        describe("pairs", "file: pairs.raw\ncontent: rf\ntype: int16\naxes: [line, firing, sample]\n"
+                          "shape: [40, 2, 500]\n" +
+                              scan);
+        describe("ensemble", "file: rf.raw\ncontent: rf\ntype: int16\naxes: [firing, line, sample]\nshape: [2, 40, 500]\n"
+                             "header_bytes: 40000\n" +
+                                 scan);
         describe("iq", "file: rf.raw\ncontent: iq\ntype: int16\naxes: [frame, line, sample, component]\n"
                        "shape: [3, 20, 500, 2]\nsample_spacing: 0.1 mm\n"
                        "geometry: {kind: curved, opening_angle: 60 deg, apex_radius: 40 mm}\n");
@@ -164,9 +183,13 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
         "bmode rf.yml -o picture.png --general",
         "bmode rf.yml -o picture.png --taps 32 --decimation 8",
         "bmode rf.yml -o picture.png --frame 2 --dynamic-range 45.3dB --reference 1234.5 --taps 31 --decimation 3 "
-        "--bandwidth 2MHz --center-frequency '4.9123456789 MHz' --width 333 --scale",
-        "bmode iq.yml -o picture.png --decimation 2 --frame 1",
-        "bmode grey.yml -o picture.png --width 200 --scale",
+        "--bandwidth 2MHz --center-frequency '4.9123456789 MHz' --width 333 --scale "
+        "--upsample=fast --interpolate 2 --smooth --sound-speed 1.48km/s",
+        "bmode rf.yml -o picture.png --upsample --interpolate 4 --smooth --envelope envelope.npy",
+        "bmode pairs.yml -o picture.png --harmonic sum --interpolate 2",
+        "bmode pairs.yml -o picture.png --harmonic blend --ramp 2mm:5mm --percent 80 --scale",
+        "bmode iq.yml -o picture.png --decimation 2 --frame 1 --smooth --sound-speed 1500",
+        "bmode grey.yml -o picture.png --width 200 --scale --smooth --sound-speed '1500 m/s'",
         "bmode picture.yml -o picture.png --frame 2",
     };
     for (const std::string& arguments : cases) {
@@ -199,6 +222,10 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
     EXPECT_NEAR(recipe.chain.center_frequency, 4912345.6789, 1e-6);
     EXPECT_EQ(recipe.chain.width, 333);
     EXPECT_TRUE(recipe.chain.scale);
+    EXPECT_EQ(recipe.chain.sound_speed, 1480);
+    EXPECT_EQ(recipe.chain.rf.upsampling, Upsampling::fast);
+    EXPECT_EQ(recipe.chain.rf.interpolate, 2);
+    EXPECT_TRUE(recipe.chain.smooth);
     EXPECT_GT(picture.image.width, 333);
     EXPECT_EQ(recipe.pixel_digest, digest_of(picture.image));
 }
@@ -292,6 +319,49 @@ TEST_F(Commands, VerifySyntheticPictures)
     expect_refusal("verify seven.png --input rf.yml", "--input");
 }
 
+TEST_F(Commands, DemonstrateAndRecord)
+{
+    const Outcome demo = run("demo -o new/pictures --write-recording new/echoes --timing");
+    EXPECT_EQ(demo.code, 0) << demo.out << demo.err;
+    for (const char* text : {"bmode.png", "harmonic.png", "sum: fundamental", "measurements are right", "pulse inversion"})
+        EXPECT_NE(demo.out.find(text), std::string::npos) << demo.out;
+    EXPECT_EQ(demo.out.find("WRONG"), std::string::npos);
+    EXPECT_EQ(run("verify new/pictures/bmode.png").code, 0);
+    EXPECT_EQ(run("verify new/pictures/harmonic.png").code, 0);
+
+    // The documentation shows today's pictures.
+    for (const char* name : {"bmode.png", "harmonic.png"}) {
+        const PngPicture shown = read_png(fs::path(UTILS_SSE_SOURCE_DIR "/docs/images") / (std::string("synthetic-") + name));
+        const PngPicture made = read_png(folder / "new/pictures" / name);
+        EXPECT_TRUE(shown.image.pixels == made.image.pixels && shown.image.marks == made.image.marks) << name;
+    }
+
+    // The recording gives the demo's picture.
+    expect_success("bmode new/echoes/pairs.yml -o again.png --harmonic sum --scale");
+    const PngPicture original = read_png(folder / "new/pictures/harmonic.png");
+    const PngPicture again = read_png(folder / "again.png");
+    EXPECT_EQ(original.image.pixels, again.image.pixels);
+    EXPECT_EQ(original.image.marks, again.image.marks);
+    EXPECT_TRUE(original.grey);
+    EXPECT_NE(std::count(original.image.marks.begin(), original.image.marks.end(), 255), 0);
+
+    // A mark more or less is a difference, and other colours are none of ours.
+    PngPicture changed = original;
+    const std::size_t marked = static_cast<std::size_t>(std::find(changed.image.marks.begin(), changed.image.marks.end(), 255) -
+                                                        changed.image.marks.begin());
+    changed.image.marks[marked] = 0;
+    rewrite("changed.png", changed.image, changed.text);
+    Outcome result = run("verify changed.png");
+    EXPECT_EQ(result.code, 1);
+    EXPECT_NE(result.out.find("pixels: 1 of "), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("SHA-256"), std::string::npos) << result.out;
+
+    write_file(folder / "file", "");
+    expect_refusal("demo -o file", "-o");
+    expect_refusal("demo -o new/pictures --write-recording file", "--write-recording");
+    expect_refusal("demo --seed -1", "--seed");
+}
+
 TEST_F(Commands, NumberTheirSeries)
 {
     const std::set<std::string> before = files();
@@ -379,6 +449,23 @@ TEST_F(Commands, RefuseInOneLine)
         {"bmode iq.yml -o p.png --taps 3", "--taps"},
         {"bmode iq.yml -o p.png --center-frequency 5MHz", "--center-frequency"},
         {"bmode picture.yml -o p.png --scale", "--scale"},
+        {"bmode picture.yml -o p.png --smooth", "--smooth"},
+        {"bmode picture.yml -o p.png --sound-speed 1500", "--sound-speed"},
+        {"bmode rf.yml -o p.png --sound-speed 0", "--sound-speed"},
+        {"bmode rf.yml -o p.png --sound-speed 1540MHz", "--sound-speed"},
+        {"bmode grey.yml -o p.png --upsample", "RF"},
+        {"bmode rf.yml -o p.png --upsample=3", "--upsample"},
+        {"bmode iq.yml -o p.png --interpolate 2", "RF"},
+        {"bmode rf.yml -o p.png --interpolate 3", "--interpolate"},
+        {"bmode rf.yml -o p.png --interpolate 1", "--interpolate"},
+        {"bmode rf.yml -o p.png --harmonic sum", "2 firings"},
+        {"bmode ensemble.yml -o p.png --harmonic sum", "opposite polarity"},
+        {"bmode pairs.yml -o p.png --harmonic difference", "--harmonic"},
+        {"bmode pairs.yml -o p.png --ramp 2mm:5mm", "--ramp"},
+        {"bmode pairs.yml -o p.png --harmonic blend --ramp 2mm", "--ramp"},
+        {"bmode pairs.yml -o p.png --harmonic blend --ramp 5mm:2mm", "--ramp"},
+        {"bmode pairs.yml -o p.png --harmonic blend --ramp 2mm:1m", "--ramp"},
+        {"bmode pairs.yml -o p.png --harmonic blend --percent 101", "--percent"},
         {"bmode rf.yml -o p.png --frame 3", "--frame"},
         {"bmode rf.yml -o p.png --frame -1", "--frame"},
         {"bmode rf.yml -o p.png --frame 1 --frames all", "--frame"},

@@ -114,6 +114,22 @@ TEST(RealEchoes, OfAHandInWater)
         EXPECT_EQ(reflector.mean(1, 15, 0, 1688, false), 0) << "lines that were never recorded";
     }
     {
+        // Sampled twice as often, a fixed-point detector fits.
+        const Recording recording = Recording::open(real_data::example("hand_rf"), real_data::folder());
+        ChainParameters wanted;
+        wanted.rf.upsampling = Upsampling::full;
+        wanted.rf.interpolate = 4;
+        const Chain chain(recording.description(), wanted);
+        EXPECT_EQ(chain.detector().kind(), DetectorKind::fixed);
+        const EnvelopeFrame envelope = chain.envelope(recording.read_frame_i16(0));
+        ASSERT_EQ(envelope.lines, 4 * 63 + 1);
+        for (const auto& [line, sample] : {std::pair{28, 816}, {36, 769}, {44, 762}, {52, 795}}) {
+            const auto begin = envelope.values.begin() + 4 * line * envelope.samples;
+            const auto peak = std::max_element(begin, begin + envelope.samples) - begin;
+            EXPECT_NEAR(static_cast<double>(peak * chain.detector().decimation()) / 2, sample, 4) << "line " << line;
+        }
+    }
+    {
         const Measured fingers("hand_rf", 8, band);
         struct Echo
         {

@@ -147,6 +147,13 @@ void expect_pattern(const Recording& recording, int components)
         for (const std::int16_t sample : samples)
             values.push_back(sample - frame * Pattern::weight("frame"));
         EXPECT_TRUE(int16_bytes(values) == expected.bytes()) << "frame " << frame << " of " << list(d.axes);
+
+        expected.axes.insert(expected.axes.begin() + 1, {"firing", static_cast<int>(d.firings)});
+        samples = recording.read_firings_i16(frame);
+        values.clear();
+        for (const std::int16_t sample : samples)
+            values.push_back(sample - frame * Pattern::weight("frame"));
+        EXPECT_TRUE(int16_bytes(values) == expected.bytes()) << "all firings of frame " << frame << " of " << list(d.axes);
     }
 }
 

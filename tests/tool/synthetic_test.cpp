@@ -1,4 +1,5 @@
 // The portable functions, the built-in scanner, and the demo's checks against its truth.
+#include "chain.h"
 #include "demo_checks.h"
 #include "portable_math.h"
 #include "synthetic.h"
@@ -84,6 +85,7 @@ TEST(Synthetic, GivesTheSameSamplesOnEveryMachine)
 {
     EXPECT_EQ(digest_of(synthesise(1).rf), 0x1c9ce9887cc3037bu);
     EXPECT_EQ(digest_of(synthesise(4294967295).rf), 0xc78a6e49523c4e31u);
+    EXPECT_EQ(digest_of(synthesise_pairs(1).frame.rf), 0xc6dfb3e2df1730afu);
 }
 
 TEST(Synthetic, UsesTheRangeWithoutClipping)
@@ -205,6 +207,72 @@ TEST(DemoChecks, FindFaultsOfTheChain)
     std::fill(mirrored.image.pixels.begin(), mirrored.image.pixels.end(), std::uint8_t{100});
     const std::vector<Check> flat = check_picture(mirrored.image, mirrored.converter, Pipeline::dynamic_range, chain.frame);
     EXPECT_EQ(wrong_in(flat).size(), flat.size()) << table_of(flat);
+}
+
+struct HarmonicPipeline
+{
+    PulseInversionFrame pairs;
+    EnvelopeFrame envelope;
+
+    explicit HarmonicPipeline(PulseInversionFrame synthetic) : pairs(std::move(synthetic)), envelope(harmonic(pairs.frame)) {}
+    static EnvelopeFrame harmonic(const SyntheticFrame& frame)
+    {
+        ChainParameters wanted;
+        wanted.rf.pulse_inversion = PulseInversion::sum;
+        return Chain(frame.description, wanted).envelope(frame.rf);
+    }
+    std::set<std::string> wrong() const { return wrong_in(check_harmonic(envelope, pairs)); }
+};
+
+TEST(HarmonicChecks, PassWhateverTheSeed)
+{
+    for (const std::uint32_t seed : {0u, 1u, 77u, 4000000000u}) {
+        const HarmonicPipeline harmonic(synthesise_pairs(seed));
+        EXPECT_EQ(harmonic.wrong(), std::set<std::string>()) << "seed " << seed;
+    }
+}
+
+TEST(HarmonicChecks, FindFaultsOfPairsAndMarks)
+{
+    using Names = std::set<std::string>;
+    const PulseInversionFrame pairs = synthesise_pairs(1);
+    const std::int64_t samples = pairs.frame.description.samples;
+
+    // The second firing comes a tenth of a period late, or a little weaker than is known.
+    PulseInversionFrame faulty = pairs;
+    for (std::int64_t line = 0; line < pairs.frame.description.lines; ++line) {
+        const auto second = faulty.frame.rf.begin() + (2 * line + 1) * samples;
+        std::rotate(second, second + samples - 1, second + samples);
+    }
+    EXPECT_EQ(HarmonicPipeline(faulty).wrong().count("sum: fundamental"), 1u);
+    faulty = pairs;
+    faulty.fundamental_left = 0.021;
+    EXPECT_EQ(HarmonicPipeline(faulty).wrong(), Names{"sum: fundamental"});
+
+    // Without tissue's harmonic there is only what the weaker firing leaves.
+    faulty = pairs;
+    for (std::int64_t line = 0; line < pairs.frame.description.lines; ++line)
+        for (std::int64_t i = 0; i < samples; ++i) {
+            std::int16_t& first = faulty.frame.rf[static_cast<std::size_t>(2 * line * samples + i)];
+            std::int16_t& second = faulty.frame.rf[static_cast<std::size_t>((2 * line + 1) * samples + i)];
+            const int linear = (first - second) / 2;
+            first = static_cast<std::int16_t>(linear);
+            second = static_cast<std::int16_t>(-linear + linear / 50);
+        }
+    EXPECT_EQ(HarmonicPipeline(faulty).wrong().count("sum: second harmonic"), 1u);
+
+    const HarmonicPipeline harmonic(pairs);
+    HarmonicPipeline wrong = harmonic;
+    wrong.pairs.sheet_depth += 2e-4;
+    EXPECT_EQ(wrong.wrong(), (Names{"clipped: first mark", "clipped: last mark"}));
+    wrong = harmonic;
+    wrong.envelope.clipped.back() = 255;
+    EXPECT_EQ(wrong.wrong(), Names{"clipped: last mark"});
+    wrong.envelope.clipped.assign(wrong.envelope.clipped.size(), 0);
+    EXPECT_EQ(wrong.wrong(), (Names{"clipped: lines", "clipped: first mark", "clipped: last mark"}));
+    wrong = harmonic;
+    wrong.pairs.frame.speckle_size.lateral *= 1.4142;
+    EXPECT_EQ(wrong.wrong(), Names{"harmonic speckle, lateral"});
 }
 
 } // namespace

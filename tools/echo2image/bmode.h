@@ -3,46 +3,13 @@
 
 #include "fixed_detector.h"
 #include "recording.h"
+#include "stage_times.h"
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace echo2image {
-
-// Time spent per stage, for --timing: name, seconds, lines. Stages appear in the order of their first use.
-class StageTimes
-{
-public:
-    struct Stage
-    {
-        std::string name;
-        double seconds = 0;
-        std::int64_t lines = 0;
-    };
-    void add(const std::string& name, double seconds, std::int64_t lines);
-    const std::vector<Stage>& stages() const { return stages_; }
-
-private:
-    std::vector<Stage> stages_;
-};
-
-// Adds the time of a scope to a stage; with null times it does nothing.
-class StageTimer
-{
-public:
-    StageTimer(StageTimes* times, const char* stage, std::int64_t lines);
-    ~StageTimer();
-    StageTimer(const StageTimer&) = delete;
-    StageTimer& operator=(const StageTimer&) = delete;
-
-private:
-    StageTimes* times_;
-    const char* stage_;
-    std::int64_t lines_;
-    std::chrono::steady_clock::time_point start_;
-};
 
 // Which of the library's detectors works on RF.
 enum class DetectorKind
@@ -69,6 +36,7 @@ struct EnvelopeFrame
     double sample_spacing = 0;      // metres, after decimation
     double first_sample_offset = 0; // metres from the recording's first sample to this frame's first sample
     std::vector<float> values;
+    std::vector<std::uint8_t> clipped; // [line][sample]: 255 where echoes were clipped, else 0; empty when that is unknown
 };
 
 // A detector for one recording: designs the taps once, then turns frames into envelopes.
@@ -112,12 +80,17 @@ void check_dynamic_range(double dynamic_range); // throws BadInput
 std::vector<std::uint8_t> compress(const EnvelopeFrame& envelope, float reference, double dynamic_range,
                                    StageTimes* times = nullptr);
 
+// Smooths 8-bit lines, [line][sample], across the lines with (-1, 6, 22, 6, -1) / 32; the two lines at either edge stay as
+// they are. Uses FilterTheEnvelopSSE.
+std::vector<std::uint8_t> smooth(const std::vector<std::uint8_t>& grey, std::int64_t lines, StageTimes* times = nullptr);
+
 struct GreyImage
 {
     int width = 0;
     int height = 0;
     double pixel_size = 0;            // metres per pixel, both ways; 0 when unknown
     std::vector<std::uint8_t> pixels; // [row][column]
+    std::vector<std::uint8_t> marks;  // [row][column]: not 0 where a pixel is shown in colour; empty when none is
 };
 
 // Scan conversion: the lookup is computed once per geometry and holds integers only, so a picture has the same bytes on

@@ -1,6 +1,7 @@
 #include "colour_chain.h"
 
 #include "bad_input.h"
+#include "chain.h"
 #include "phase.h"
 #include "portable_math.h"
 
@@ -66,7 +67,7 @@ const char* to_string(SpeedUnit unit)
 }
 
 ColourChain::ColourChain(const Description& description, const ColourParameters& wanted)
-    : description_(description), parameters_(wanted)
+    : description_(at_sound_speed(description, wanted.sound_speed)), parameters_(wanted)
 {
     const std::string where = description.source.string() + ": ";
     if (description.content != Content::iq)
@@ -84,7 +85,7 @@ ColourChain::ColourChain(const Description& description, const ColourParameters&
         throw BadInput("--mix: prepares for a clutter filter, found --filter none");
     check_dynamic_range(wanted.dynamic_range);
     estimator_.emplace(wanted.flow, parameters_.firings);
-    converter_.emplace(description.geometry, description.lines, description.samples, description.sample_spacing, 0.0,
+    converter_.emplace(description_.geometry, description.lines, description.samples, description_.sample_spacing, 0.0,
                        wanted.width);
     parameters_.width = converter_->width();
     if (wanted.unit != SpeedUnit::radians) {
@@ -93,8 +94,7 @@ ColourChain::ColourChain(const Description& description, const ColourParameters&
         parameters_.pulse_repetition_frequency =
             effective(where, wanted.pulse_repetition_frequency, description.pulse_repetition_frequency,
                       "pulse_repetition_frequency", "--pulse-repetition-frequency");
-        parameters_.sound_speed = wanted.sound_speed != 0 ? wanted.sound_speed : description.sound_speed;
-        nyquist_ = parameters_.sound_speed * parameters_.pulse_repetition_frequency / (4 * parameters_.center_frequency);
+        nyquist_ = description_.sound_speed * parameters_.pulse_repetition_frequency / (4 * parameters_.center_frequency);
     }
     if (!wanted.tissue_phase)
         parameters_.tissue_phase = usual_tissue_speed * portable::pi;

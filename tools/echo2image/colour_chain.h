@@ -29,7 +29,7 @@ struct ColourParameters
     FlowOptions flow;
     double center_frequency = 0;           // Hz
     double pulse_repetition_frequency = 0; // Hz
-    double sound_speed = 0;                // m/s
+    double sound_speed = 0;                // m/s; 0, also in a recipe: the recording's own
     SpeedUnit unit = SpeedUnit::cm_per_s;
     VelocityMap map = VelocityMap::red_yellow;
     double baseline = 0;                  // -1 to 1, in Nyquist velocities

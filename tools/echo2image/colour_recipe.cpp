@@ -24,7 +24,6 @@ constexpr char mixing[] = "Clutter mixing";
 constexpr char average_lines[] = "Average lines";
 constexpr char average_samples[] = "Average samples";
 constexpr char repetition[] = "Pulse repetition frequency in Hz";
-constexpr char sound_speed[] = "Sound speed in m/s";
 constexpr char unit[] = "Unit";
 constexpr char map[] = "Colour map";
 constexpr char baseline[] = "Baseline";
@@ -87,6 +86,7 @@ private:
 ChainParameters common(const ColourParameters& parameters)
 {
     ChainParameters chain;
+    chain.sound_speed = parameters.sound_speed;
     chain.center_frequency = parameters.center_frequency;
     chain.reference = parameters.reference;
     chain.dynamic_range = parameters.dynamic_range;
@@ -169,6 +169,7 @@ ColourRecipe colour_recipe_of(const TextFields& text, const fs::path& picture)
     ColourRecipe recipe;
     recipe.base = recipe_of(text, picture);
     ColourParameters& p = recipe.parameters;
+    p.sound_speed = recipe.base.chain.sound_speed;
     p.center_frequency = recipe.base.chain.center_frequency;
     p.reference = recipe.base.chain.reference;
     p.dynamic_range = recipe.base.chain.dynamic_range;
@@ -194,10 +195,8 @@ ColourRecipe colour_recipe_of(const TextFields& text, const fs::path& picture)
     } catch (const BadInput& error) {
         throw BadInput(picture.string() + ": recipe: " + error.what());
     }
-    if (p.unit != SpeedUnit::radians) {
+    if (p.unit != SpeedUnit::radians)
         p.pulse_repetition_frequency = fields.number(keyword::repetition, 1e-3, 1e9);
-        p.sound_speed = fields.number(keyword::sound_speed, 1.0, 1e5);
-    }
     p.baseline = fields.number(keyword::baseline, -1.0, 1.0);
     p.least_power = fields.number(keyword::least_power, 0.0, 1000.0);
     p.greatest_power = fields.number(keyword::greatest_power, 0.0, 1000.0);
@@ -223,10 +222,8 @@ void write_picture(OutputFile& file, const ColourImage& image, ColourRecipe reci
     add(keyword::mixing, p.flow.mix ? "yes" : "no");
     add(keyword::average_lines, text_of(p.flow.average_lines));
     add(keyword::average_samples, text_of(p.flow.average_samples));
-    if (p.unit != SpeedUnit::radians) {
+    if (p.unit != SpeedUnit::radians)
         add(keyword::repetition, text_of(p.pulse_repetition_frequency));
-        add(keyword::sound_speed, text_of(p.sound_speed));
-    }
     add(keyword::unit, to_string(p.unit));
     add(keyword::map, to_string(p.map));
     add(keyword::baseline, text_of(p.baseline));

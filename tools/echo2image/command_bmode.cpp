@@ -1,4 +1,5 @@
 #include "bad_input.h"
+#include "bmode_options.h"
 #include "commands.h"
 #include "envelope_difference.h"
 #include "npy_write.h"
@@ -9,11 +10,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,90 +22,6 @@ namespace echo2image {
 namespace fs = std::filesystem;
 
 namespace {
-
-struct BmodeOptions
-{
-    std::string recording;
-    std::string data;
-    std::string output;
-    std::string envelope;
-    std::string frame;
-    std::string frames;
-    std::string dynamic_range;
-    std::string reference;
-    std::string taps;
-    std::string decimation;
-    std::string bandwidth;
-    std::string center_frequency;
-    std::string width;
-    bool general = false;
-    bool compare = false;
-    bool scale = false;
-    bool timing = false;
-};
-
-constexpr double greatest_frequency = 1e12; // Hz; beyond any sound
-
-std::int64_t whole_number(const std::string& name, const std::string& text, std::int64_t least, std::int64_t greatest)
-{
-    std::int64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < least || value > greatest)
-        throw BadInput(name + ": expected a whole number from " + std::to_string(least) + " to " + std::to_string(greatest) +
-                       ", found \"" + text + "\"");
-    return value;
-}
-
-ChainParameters wanted_by(const BmodeOptions& options)
-{
-    ChainParameters wanted;
-    const auto number = [](const char* name, const std::string& text, Quantity quantity, double least, double greatest) {
-        return text.empty() ? 0.0 : quantity_of(name, text, quantity, least, greatest);
-    };
-    const auto whole = [](const char* name, const std::string& text, int greatest) {
-        return text.empty() ? 0 : static_cast<int>(whole_number(name, text, 1, greatest));
-    };
-    constexpr int any = std::numeric_limits<int>::max();
-    wanted.dynamic_range =
-        number("--dynamic-range", options.dynamic_range, Quantity::level, least_dynamic_range, greatest_dynamic_range);
-    wanted.reference = static_cast<float>(number("--reference", options.reference, Quantity::number, 1e-6, 1e9));
-    wanted.bandwidth = number("--bandwidth", options.bandwidth, Quantity::frequency, 1, greatest_frequency);
-    wanted.center_frequency =
-        number("--center-frequency", options.center_frequency, Quantity::frequency, 1, greatest_frequency);
-    wanted.taps = whole("--taps", options.taps, any);
-    wanted.decimation = whole("--decimation", options.decimation, any);
-    wanted.width = whole("--width", options.width, any);
-    wanted.detector = options.general ? DetectorKind::general : DetectorKind::automatic;
-    wanted.scale = options.scale;
-    return wanted;
-}
-
-struct FrameRange
-{
-    std::int64_t first;
-    std::int64_t end;
-};
-
-FrameRange chosen_frames(const BmodeOptions& options, const Description& description)
-{
-    const std::int64_t count = description.frames;
-    if (options.frames.empty()) {
-        const std::int64_t frame = options.frame.empty() ? 0 : whole_number("--frame", options.frame, 0, count - 1);
-        return {frame, frame + 1};
-    }
-    if (options.frames == "all")
-        return {0, count};
-    const std::size_t colon = options.frames.find(':');
-    if (colon == std::string::npos)
-        throw BadInput("--frames: expected FIRST:END (END is not included) or all, found \"" + options.frames + "\"");
-    const std::string first = options.frames.substr(0, colon);
-    const std::string end = options.frames.substr(colon + 1);
-    const FrameRange range = {first.empty() ? 0 : whole_number("--frames", first, 0, count - 1),
-                              end.empty() ? count : whole_number("--frames", end, 1, count)};
-    if (range.first >= range.end)
-        throw BadInput("--frames: the first frame must lie before the end, found \"" + options.frames + "\"");
-    return range;
-}
 
 void expect_extension(const char* name, const fs::path& file, const char* extension)
 {
@@ -144,23 +58,6 @@ void check_outputs(const std::vector<fs::path>& outputs, const Description& desc
                 throw BadInput(output.string() + ": cannot be written: it is the recording itself");
         }
     }
-}
-
-std::string table_of(const StageTimes& times, double total, std::int64_t frames)
-{
-    char line[128];
-    std::snprintf(line, sizeof line, "%-16s %10s %12s %14s\n", "stage", "ms", "us per line", "lines per s");
-    std::string table = line;
-    for (const StageTimes::Stage& stage : times.stages()) {
-        const double lines = static_cast<double>(std::max<std::int64_t>(stage.lines, 1));
-        std::snprintf(line, sizeof line, "%-16s %10.3f %12.3f %14.0f\n", stage.name.c_str(), stage.seconds * 1e3,
-                      stage.seconds * 1e6 / lines, stage.seconds > 0 ? lines / stage.seconds : 0.0);
-        table += line;
-    }
-    std::snprintf(line, sizeof line, "%-16s %10.3f    %.1f frames per s, %lld frame%s\n", "total", total * 1e3,
-                  total > 0 ? static_cast<double>(frames) / total : 0.0, static_cast<long long>(frames),
-                  frames == 1 ? "" : "s");
-    return table + line;
 }
 
 // The fixed-point detector's envelopes beside those of the general one, which filters the same samples to the same places:
@@ -225,7 +122,8 @@ class BmodeRun
 {
 public:
     BmodeRun(const BmodeOptions& options, const Recording& recording, const FrameRange& range)
-        : options_(options), recording_(recording), range_(range), chain_(recording.description(), wanted_by(options))
+        : options_(options), recording_(recording), range_(range),
+          chain_(recording.description(), wanted_by(options, recording.description()))
     {
         if (!options.envelope.empty() && !chain_.has_envelope())
             throw BadInput(options.recording + ": --envelope needs RF or I/Q, found grey values");
@@ -233,7 +131,7 @@ public:
             if (!chain_.has_envelope() || chain_.detector().kind() != DetectorKind::fixed)
                 throw BadInput(options.recording + ": --compare needs a fixed-point detector, but " +
                                (options.general || !chain_.has_envelope() ? "none is used" : "none fits this recording"));
-            comparison_.emplace(recording, wanted_by(options), chain_);
+            comparison_.emplace(recording, wanted_by(options, recording.description()), chain_);
         }
     }
 
@@ -249,8 +147,7 @@ public:
 
         if (!options_.envelope.empty()) {
             files_.emplace_back(options_.envelope);
-            write_npy_header(files_.front(),
-                             {range_.end - range_.first, recording_.description().lines, chain_.detector().samples()});
+            write_npy_header(files_.front(), {range_.end - range_.first, chain_.lines(), chain_.detector().samples()});
         }
         if (!names.empty()) {
             files_.emplace_back(names.front()); // before the long work
@@ -304,7 +201,7 @@ private:
     {
         const std::vector<std::int16_t> samples = [&] {
             const StageTimer timer(&times_, "read", recording_.description().lines);
-            return recording_.read_frame_i16(frame);
+            return read_frame(recording_, chain_, frame);
         }();
         return chain_.envelope(samples, &times_);
     }
@@ -336,7 +233,7 @@ private:
         if (chain_.has_envelope()) {
             const EnvelopeFrame envelope = kept_.values.empty() ? envelope_of(frame) : std::move(kept_);
             if (comparison_)
-                comparison_->add(recording_.read_frame_i16(frame), envelope);
+                comparison_->add(read_frame(recording_, chain_, frame), envelope);
             if (!options_.envelope.empty()) {
                 const StageTimer timer(&times_, "write envelope", lines);
                 write_npy_values(files_.front(), envelope.values);
@@ -394,51 +291,7 @@ Command add_bmode_command(CLI::App& program)
     auto options = std::make_shared<BmodeOptions>();
     CLI::App* app =
         program.add_subcommand("bmode", "Make grey pictures of a recording: envelope, compression, scan conversion");
-    app->add_option("RECORDING", options->recording, "Description (.yml), NumPy file (.npy) or MetaImage (.mha, .mhd)")
-        ->required();
-    app->add_option("-o,--output", options->output, "The picture, a PNG file; of several frames PICTURE-0000.png and so on")
-        ->type_name("PICTURE.png");
-    app->add_option("--data", options->data, "Folder with the samples that a description names")->type_name("FOLDER");
-    CLI::Option* frame =
-        app->add_option("--frame", options->frame, "Frame to show, counted from 0 (default: 0)")->type_name("K");
-    app->add_option("--frames", options->frames, "Frames FIRST to END - 1, or all")->type_name("FIRST:END")->excludes(frame);
-
-    const char* grey = "Grey values";
-    app->add_option("--dynamic-range", options->dynamic_range, "From white down to black, 1 to 90 dB (default: 60 dB)")
-        ->type_name("LEVEL")
-        ->group(grey);
-    app->add_option("--reference", options->reference,
-                    "Envelope that is white, in units of the samples (default: the largest of all frames shown)")
-        ->type_name("VALUE")
-        ->group(grey);
-
-    const char* envelope = "Envelope of RF (chosen from the recording when not given)";
-    app->add_option("--center-frequency", options->center_frequency, "Of the echoes, such as \"5 MHz\"")
-        ->type_name("FREQUENCY")
-        ->group(envelope);
-    app->add_option("--bandwidth", options->bandwidth, "Two-sided, between the -6 dB points of the low-pass")
-        ->type_name("FREQUENCY")
-        ->group(envelope);
-    app->add_option("--taps", options->taps,
-                    "Length of the low-pass: 12, 16 or 32 (fixed-point detectors), or odd (the general one)")
-        ->type_name("N")
-        ->group(envelope);
-    app->add_option("--decimation", options->decimation, "Samples from one envelope value to the next; also of I/Q")
-        ->type_name("N")
-        ->group(envelope);
-    app->add_flag("--general", options->general, "Use the general detector even where a fixed-point one fits")->group(envelope);
-    app->add_flag("--compare", options->compare, "Print how far the fixed-point envelope is from the general detector's")
-        ->group(envelope);
-    app->add_option("--envelope", options->envelope, "Also write the envelope, float32 [frame][line][sample]")
-        ->type_name("FILE.npy")
-        ->group(envelope);
-
-    const char* picture = "Picture";
-    app->add_option("--width", options->width, "Width in pixels (default: fits the lines, 512 to 1024)")
-        ->type_name("PIXELS")
-        ->group(picture);
-    app->add_flag("--scale", options->scale, "Add a scale in millimetres at the left and the bottom edge")->group(picture);
-    app->add_flag("--timing", options->timing, "Print what each stage takes");
+    add_options(*app, *options);
     return {app, [options] { return run_bmode(*options); }};
 }
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -194,8 +195,10 @@ public:
     {
         if (options_.show_filter)
             print_filter(chain_);
+        const auto start = std::chrono::steady_clock::now();
         if (!pictures_.empty() || !maps_.empty())
             make();
+        seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
 
     void report() const
@@ -216,8 +219,7 @@ public:
                         static_cast<long long>(recording_.description().lines),
                         static_cast<long long>(recording_.description().samples));
         if (options_.timing)
-            for (const StageTimes::Stage& stage : times_.stages())
-                std::printf("%-16s %10.3f ms\n", stage.name.c_str(), stage.seconds * 1e3);
+            std::fputs(table_of(times_, seconds_, 1).c_str(), stdout);
     }
 
 private:
@@ -328,6 +330,7 @@ private:
     std::vector<Map> maps_;
     std::vector<fs::path> outputs_;
     StageTimes times_;
+    double seconds_ = 0;
 };
 
 int run_colour(const ColourOptions& options)
@@ -362,7 +365,9 @@ void add_flow_options(CLI::App& app, ColourOptions& options)
                    "From firing to firing (default: the recording's)")
         ->type_name("FREQUENCY")
         ->group(flow);
-    app.add_option("--sound-speed", options.sound_speed, "(default: the recording's)")->type_name("SPEED")->group(flow);
+    app.add_option("--sound-speed", options.sound_speed, "In place of the recording's, such as \"1540 m/s\"; moves depths")
+        ->type_name("SPEED")
+        ->group(flow);
 }
 
 void add_colour_options(CLI::App& app, ColourOptions& options)

@@ -1,18 +1,18 @@
 // echo2image demo: the built-in scanner through the whole chain, held against its truth.
 #include "bad_input.h"
 #include "commands.h"
-#include "demo_checks.h"
-#include "demo_colour.h"
-#include "recipe.h"
-#include "synthetic.h"
-#include "units.h"
+#include "demo.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -24,10 +24,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr char pairs_samples[] = "pairs.raw";
+constexpr char pairs_description[] = "pairs.yml";
+
 struct DemoOptions
 {
     std::string folder = "pictures";
     std::string seed = "1";
+    std::string recording;
     bool timing = false;
 };
 
@@ -40,71 +44,89 @@ std::uint32_t seed_of(const std::string& text)
     return seed;
 }
 
-void make_folder(const fs::path& folder)
+void make_folder(const char* option, const fs::path& folder)
 {
     std::error_code error;
     fs::create_directories(folder, error);
     std::error_code ignored;
     if (!fs::is_directory(folder, ignored))
-        throw BadInput("-o: expected a folder or the name for a new one, found \"" + folder.string() + "\"" +
-                       (error ? ": " + error.message() : ""));
+        throw BadInput(std::string(option) + ": expected a folder or the name for a new one, found \"" + folder.string() +
+                       "\"" + (error ? ": " + error.message() : ""));
 }
+
+struct Entry
+{
+    const char* file; // in the demo's folder
+    DemoPicture make;
+};
+
+constexpr Entry entries[] = {
+    {"bmode.png", make_bmode_picture},
+    {"harmonic.png", make_harmonic_picture},
+    {"colour.png", make_colour_picture},
+};
+
+// The files of a demo, opened before the work and put in place together.
+struct Outputs
+{
+    std::vector<OutputFile> pictures; // one per entry
+    std::vector<OutputFile> recording;
+
+    explicit Outputs(const DemoOptions& options)
+    {
+        make_folder("-o", options.folder);
+        for (const Entry& entry : entries)
+            pictures.emplace_back(fs::path(options.folder) / entry.file);
+        if (options.recording.empty())
+            return;
+        make_folder("--write-recording", options.recording);
+        for (const char* name : {pairs_samples, pairs_description})
+            recording.emplace_back(fs::path(options.recording) / name);
+    }
+    void commit()
+    {
+        for (std::vector<OutputFile>* files : {&pictures, &recording})
+            for (OutputFile& file : *files)
+                file.commit();
+    }
+};
 
 int run_demo(const DemoOptions& options)
 {
     const std::uint32_t seed = seed_of(options.seed);
-    make_folder(options.folder);
-    const fs::path name = fs::path(options.folder) / "bmode.png";
-    OutputFile file(name); // before the work
+    Outputs outputs(options);
 
+    const auto start = std::chrono::steady_clock::now();
     StageTimes times;
-    SyntheticFrame frame;
-    {
-        const StageTimer timer(&times, "synthesise", 0);
-        frame = synthesise(seed);
+    std::vector<DemoOutcome> outcomes;
+    for (std::size_t i = 0; i < std::size(entries); ++i) {
+        stop_when_interrupted();
+        outcomes.push_back(entries[i].make(seed, outputs.pictures[i], times));
     }
-    Chain chain(frame.description, ChainParameters());
-    const EnvelopeFrame envelope = chain.envelope(frame.rf, &times);
-    chain.set_reference(largest(envelope));
-    const GreyImage image = chain.picture(envelope, &times);
-    const ScanConverter converter(frame.description.geometry, envelope.lines, envelope.samples, envelope.sample_spacing,
-                                  envelope.first_sample_offset, chain.parameters().width);
-    const GreyImage picture = with_scale(image, converter);
-
-    Recipe recipe;
-    recipe.command = "demo";
-    recipe.input = Recipe::Input::synthetic;
-    recipe.seed = seed;
-    recipe.input_digest = digest_of(frame.rf);
-    recipe.chain = chain.parameters();
-    recipe.chain.scale = true;
-    {
-        const StageTimer timer(&times, "write", 0);
-        write_picture(file, picture, recipe);
-    }
-    std::vector<Check> checks;
-    {
-        const StageTimer timer(&times, "check", 0);
-        checks = check_envelope(envelope, frame);
-        const std::vector<Check> of_picture = check_picture(image, converter, chain.parameters().dynamic_range, frame);
-        checks.insert(checks.end(), of_picture.begin(), of_picture.end());
+    if (!outputs.recording.empty()) {
+        const StageTimer timer(&times, "write recording", 0);
+        write_pairs(seed, outputs.recording[0], pairs_samples, outputs.recording[1]);
     }
     stop_when_interrupted();
-    file.commit();
+    outputs.commit();
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 
-    std::printf("%s: seed %s, %d x %d pixels of %s, %g dB below %g\n\n", name.string().c_str(), options.seed.c_str(),
-                picture.width, picture.height, with_unit(picture.pixel_size, Quantity::length).c_str(),
-                chain.parameters().dynamic_range, static_cast<double>(chain.parameters().reference));
-    std::fputs(table_of(checks).c_str(), stdout);
-    const auto right = std::count_if(checks.begin(), checks.end(), [](const Check& check) { return check.ok; });
-    std::printf("\n%td of %zu measurements are right\n", right, checks.size());
-    if (options.timing) {
-        std::printf("\n");
-        for (const StageTimes::Stage& stage : times.stages())
-            std::printf("%-16s %10.3f ms\n", stage.name.c_str(), stage.seconds * 1e3);
+    std::ptrdiff_t right = 0;
+    std::size_t measured = 0;
+    for (std::size_t i = 0; i < outcomes.size(); ++i) {
+        const std::vector<Check>& checks = outcomes[i].checks;
+        std::printf("%s: seed %s, %s\n\n%s\n", (fs::path(options.folder) / entries[i].file).string().c_str(),
+                    options.seed.c_str(), outcomes[i].summary.c_str(), table_of(checks).c_str());
+        right += std::count_if(checks.begin(), checks.end(), [](const Check& check) { return check.ok; });
+        measured += checks.size();
     }
-    const bool flow_ok = demo_colour(options.folder, seed);
-    return all_ok(checks) && flow_ok ? exit_ok : exit_differs;
+    if (!options.recording.empty())
+        std::printf("%s: the pairs of firings, for bmode --harmonic\n",
+                    (fs::path(options.recording) / pairs_description).string().c_str());
+    std::printf("%td of %zu measurements are right\n", right, measured);
+    if (options.timing)
+        std::printf("\n%s", table_of(times, seconds, static_cast<std::int64_t>(outcomes.size())).c_str());
+    return static_cast<std::size_t>(right) == measured ? exit_ok : exit_differs;
 }
 
 } // namespace
@@ -113,12 +135,16 @@ Command add_demo_command(CLI::App& program)
 {
     auto options = std::make_shared<DemoOptions>();
     CLI::App* app = program.add_subcommand(
-        "demo", "Make a picture of the built-in scanner's phantom and hold what it shows against the truth");
-    app->add_option("-o,--output", options->folder, "Folder for bmode.png, made when missing (default: pictures)")
+        "demo", "Make pictures of the built-in scanner's phantom and hold what they show against the truth");
+    app->add_option("-o,--output", options->folder,
+                    "Folder for bmode.png, harmonic.png and colour.png, made when missing (default: pictures)")
         ->type_name("FOLDER");
     app->add_option("--seed", options->seed, "Another phantom of the same kind, 0 to 4294967295 (default: 1)")->type_name("N");
+    app->add_option("--write-recording", options->recording,
+                    "Also write the pairs of firings behind harmonic.png as a recording, pairs.raw and pairs.yml")
+        ->type_name("FOLDER");
     app->add_flag("--timing", options->timing, "Print what each stage takes");
-    app->footer("Exit code 0: every measurement is right. 1: one is wrong. 2: the picture cannot be written.");
+    app->footer("Exit code 0: every measurement is right. 1: one is wrong. 2: a file cannot be written.");
     return {app, [options] { return run_demo(*options); }};
 }
 

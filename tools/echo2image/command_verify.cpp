@@ -51,7 +51,8 @@ Repetition repeat(const Recipe& recipe, const VerifyOptions& options)
 {
     Repetition repetition;
     if (recipe.input == Recipe::Input::synthetic) {
-        const SyntheticFrame frame = synthesise(recipe.seed);
+        const bool pairs = recipe.chain.rf.pulse_inversion != PulseInversion::none;
+        const SyntheticFrame frame = pairs ? synthesise_pairs(recipe.seed).frame : synthesise(recipe.seed);
         repetition.input_digest = digest_of(frame.rf);
         const Chain chain(frame.description, recipe.chain);
         repetition.image = chain.picture(chain.envelope(frame.rf));
@@ -63,7 +64,7 @@ Repetition repeat(const Recipe& recipe, const VerifyOptions& options)
         if (recipe.frame >= recording.description().frames)
             throw BadInput("frame " + std::to_string(recipe.frame) + " of " + std::to_string(recording.description().frames));
         const Chain chain(recording.description(), recipe.chain);
-        repetition.image = chain.has_envelope() ? chain.picture(chain.envelope(recording.read_frame_i16(recipe.frame)))
+        repetition.image = chain.has_envelope() ? chain.picture(chain.envelope(read_frame(recording, chain, recipe.frame)))
                                                 : chain.picture(recording.read_frame_u8(recipe.frame));
     } catch (const BadInput& error) {
         if (repetition.input_digest == recipe.input_digest)
@@ -96,10 +97,11 @@ bool check_pixels(const GreyImage& made, const PngPicture& picture)
     std::size_t differing = 0;
     std::size_t first = 0;
     int largest_difference = 0;
+    const auto marked = [](const GreyImage& image, std::size_t i) { return !image.marks.empty() && image.marks[i] != 0; };
     for (std::size_t i = made.pixels.size(); i-- > 0;) {
         const int difference = std::abs(made.pixels[i] - found.pixels[i]);
         largest_difference = std::max(largest_difference, difference);
-        if (difference != 0) {
+        if (difference != 0 || marked(made, i) != marked(found, i)) {
             ++differing;
             first = i;
         }

@@ -15,6 +15,8 @@ namespace {
 constexpr int full_scale = 32767;             // index of the reference
 constexpr std::int64_t byte_block = 16;       // FloatToByte truncates what remains behind the last whole block
 constexpr std::int64_t block_samples = 16384; // lines are worked on in blocks of about this size
+constexpr std::int64_t smoothing_block = 16;  // FilterTheEnvelopSSE wraps bright pixels behind the last whole block
+constexpr std::int64_t fewest_smoothed = 5;   // lines
 constexpr double largest_scale = 1e30;        // an envelope times this is still finite
 
 // FloatToByte's table: the curve in its lower half. Envelopes are never negative, so of the upper half only the index of
@@ -68,6 +70,24 @@ std::vector<std::uint8_t> compress(const EnvelopeFrame& envelope, float referenc
             std::copy_n(bytes.data() + line * padded, envelope.samples, grey.data() + (first + line) * envelope.samples);
     }
     return grey;
+}
+
+std::vector<std::uint8_t> smooth(const std::vector<std::uint8_t>& grey, std::int64_t lines, StageTimes* times)
+{
+    if (lines < fewest_smoothed || grey.empty())
+        return grey;
+    const StageTimer timer(times, "smooth", lines);
+    const std::int64_t samples = static_cast<std::int64_t>(grey.size()) / lines;
+    const std::int64_t padded = (samples + smoothing_block - 1) / smoothing_block * smoothing_block;
+    std::vector<std::uint8_t> from(static_cast<std::size_t>(lines * padded));
+    std::vector<std::uint8_t> to(from.size());
+    for (std::int64_t line = 0; line < lines; ++line)
+        std::copy_n(grey.data() + line * samples, samples, from.data() + line * padded);
+    CUtils_SSE::FilterTheEnvelopSSE(to.data(), from.data(), nullptr, static_cast<int>(lines), static_cast<int>(padded), 0);
+    std::vector<std::uint8_t> result(grey.size());
+    for (std::int64_t line = 0; line < lines; ++line)
+        std::copy_n(to.data() + line * padded, samples, result.data() + line * samples);
+    return result;
 }
 
 } // namespace echo2image

@@ -1,6 +1,7 @@
 #include "demo_checks.h"
 
 #include "portable_math.h"
+#include "speckle_field.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,32 +25,12 @@ constexpr double cyst_rim = 0.8 * mm;
 // pulse alone, so these are about five of what is seen.
 constexpr double sigmas = 5.5;
 
-double decibels_of_power(double ratio)
-{
-    return 10 / portable::log(10.0) * portable::log(ratio);
-}
-
-std::string formatted(const char* format, double value)
-{
-    char text[64];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
-
-Check within(std::string quantity, std::string unit, double truth, double measured, double tolerance)
-{
-    return {std::move(quantity), std::move(unit), truth, measured, tolerance, std::fabs(measured - truth) <= tolerance};
-}
-
-Check at_most(std::string quantity, std::string unit, double measured, double limit)
-{
-    return {std::move(quantity), std::move(unit), -std::numeric_limits<double>::infinity(), measured, limit, measured <= limit};
-}
-
 std::string name_of(const Cyst& cyst)
 {
     const char* kind = std::isinf(cyst.contrast_db) ? "fluid" : cyst.contrast_db < 0 ? "hypoechoic" : "hyperechoic";
-    return kind + formatted(" cyst, %.0f mm", 2 * cyst.radius / mm);
+    char text[64];
+    std::snprintf(text, sizeof text, "%s cyst, %.0f mm", kind, 2 * cyst.radius / mm);
+    return text;
 }
 
 // How many independent speckle cells an area holds: the correlation of intensity is a Gaussian bell in both directions,
@@ -72,54 +53,6 @@ bool inside(const Cyst& cyst, double lateral, double depth)
     const double radius = cyst.radius - cyst_rim;
     return x * x + z * z < radius * radius;
 }
-
-// Mean, standard deviation and mean square.
-class Statistics
-{
-public:
-    void add(double value)
-    {
-        count_ += 1;
-        sum_ += value;
-        squares_ += value * value;
-    }
-    double count() const { return count_; }
-    double mean() const { return count_ > 0 ? sum_ / count_ : not_a_number; }
-    double power() const { return count_ > 0 ? squares_ / count_ : not_a_number; }
-    double deviation() const { return std::sqrt(power() - mean() * mean()); }
-
-private:
-    double count_ = 0;
-    double sum_ = 0;
-    double squares_ = 0;
-};
-
-// An envelope with the places of its samples.
-class Field
-{
-public:
-    Field(const EnvelopeFrame& envelope, const Geometry& geometry)
-        : envelope_(envelope), first_line_(geometry.first_line), pitch_(geometry.line_pitch),
-          top_(geometry.start_depth + envelope.first_sample_offset), spacing_(envelope.sample_spacing)
-    {}
-    std::int64_t lines() const { return envelope_.lines; }
-    std::int64_t samples() const { return envelope_.samples; }
-    double lateral(double line) const { return first_line_ + line * pitch_; }
-    double depth(double sample) const { return top_ + sample * spacing_; }
-    double line_at(double lateral) const { return (lateral - first_line_) / pitch_; }
-    double sample_at(double depth) const { return (depth - top_) / spacing_; }
-    double at(std::int64_t line, std::int64_t sample) const
-    {
-        return envelope_.values[static_cast<std::size_t>(line * envelope_.samples + sample)];
-    }
-
-private:
-    const EnvelopeFrame& envelope_;
-    double first_line_;
-    double pitch_;
-    double top_;
-    double spacing_;
-};
 
 // Whole numbers within `reach` of `middle`, kept inside 0 .. count - 1 with a distance of `border`.
 struct Range
@@ -165,40 +98,6 @@ Wire find_wire(const Field& field, const Wire& truth, double tissue_power)
     const double between_samples = bell_peak(field.at(line, sample - 1), peak, field.at(line, sample + 1));
     return {field.lateral(static_cast<double>(line) + between_lines),
             field.depth(static_cast<double>(sample) + between_samples)};
-}
-
-Statistics speckle_of(const Field& field, const Phantom& truth)
-{
-    Statistics speckle;
-    for (std::int64_t line = 0; line < field.lines(); ++line)
-        for (std::int64_t sample = 0; sample < field.samples(); ++sample) {
-            const double depth = field.depth(static_cast<double>(sample));
-            if (depth >= truth.speckle_top && depth <= truth.speckle_bottom)
-                speckle.add(field.at(line, sample));
-        }
-    return speckle;
-}
-
-// Lateral width at half height of the correlation of intensity, from the correlation of neighbouring lines.
-double lateral_speckle_size(const Field& field, const Phantom& truth, double mean_power)
-{
-    double neighbours = 0;
-    double same = 0;
-    for (std::int64_t line = 0; line + 1 < field.lines(); ++line)
-        for (std::int64_t sample = 0; sample < field.samples(); ++sample) {
-            const double depth = field.depth(static_cast<double>(sample));
-            if (depth < truth.speckle_top || depth > truth.speckle_bottom)
-                continue;
-            const double here = field.at(line, sample) * field.at(line, sample) - mean_power;
-            const double there = field.at(line + 1, sample) * field.at(line + 1, sample) - mean_power;
-            neighbours += here * there;
-            same += 0.5 * (here * here + there * there);
-        }
-    const double correlation = neighbours / same;
-    if (!(correlation > 0 && correlation < 1))
-        return not_a_number;
-    const double pitch = field.lateral(1) - field.lateral(0);
-    return 2 * pitch * std::sqrt(portable::log(2.0) / -portable::log(correlation));
 }
 
 // Pixels inside a cyst.
@@ -333,28 +232,6 @@ std::vector<Check> check_picture(const GreyImage& image, const ScanConverter& co
         }
     }
     return checks;
-}
-
-bool all_ok(const std::vector<Check>& checks)
-{
-    return std::all_of(checks.begin(), checks.end(), [](const Check& check) { return check.ok; });
-}
-
-std::string table_of(const std::vector<Check>& checks)
-{
-    char line[160];
-    std::snprintf(line, sizeof line, "%-28s %10s %10s %12s  %-6s\n", "", "truth", "measured", "tolerance", "unit");
-    std::string table = line;
-    for (const Check& check : checks) {
-        const bool limit = std::isinf(check.truth);
-        const std::string truth = limit ? "-inf" : formatted("%.3f", check.truth);
-        const std::string measured = std::isnan(check.measured) ? "none" : formatted("%.3f", check.measured);
-        const std::string tolerance = formatted(limit ? "at most %.0f" : "+- %.3f", check.tolerance);
-        std::snprintf(line, sizeof line, "%-28s %10s %10s %12s  %-6s  %s\n", check.quantity.c_str(), truth.c_str(),
-                      measured.c_str(), tolerance.c_str(), check.unit.c_str(), check.ok ? "ok" : "WRONG");
-        table += line;
-    }
-    return table;
 }
 
 } // namespace echo2image

@@ -1,52 +1,46 @@
-#include "demo_colour.h"
-
 #include "colour_recipe.h"
+#include "demo.h"
 #include "flow_checks.h"
-#include "output_file.h"
 #include "synthetic_flow.h"
 #include "units.h"
 
-#include <algorithm>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 namespace echo2image {
 
-bool demo_colour(const std::filesystem::path& folder, std::uint32_t seed)
+DemoOutcome make_colour_picture(std::uint32_t seed, OutputFile& file, StageTimes& times)
 {
     constexpr int firings = 12;
-    const std::filesystem::path name = folder / "colour.png";
-    OutputFile file(name); // before the work
-
-    const SyntheticFlow flow = synthesise_flow(seed, firings);
+    const SyntheticFlow flow = [&] {
+        const StageTimer timer(&times, "synthesise", 0);
+        return synthesise_flow(seed, firings);
+    }();
     ColourParameters wanted;
     wanted.flow.average_lines = 3;
-    wanted.flow.average_samples = 3;
+    wanted.flow.average_samples = 5;
     wanted.scale = true;
     ColourChain chain(flow.description, wanted);
-    const FlowMaps maps = chain.flow(flow.frame);
+    const FlowMaps maps = chain.flow(flow.frame, &times);
     chain.choose(maps);
-    const ColourImage picture = chain.picture(maps, FlowQuantity::velocity);
-
-    ColourRecipe recipe;
-    recipe.base.command = "demo";
-    recipe.base.input = Recipe::Input::synthetic;
-    recipe.base.seed = seed;
-    recipe.base.input_digest = digest_of(flow.frame.iq);
-    recipe.parameters = chain.parameters();
-    write_picture(file, picture, recipe);
-    const std::vector<Check> checks = check_flow(chain, maps, picture, flow);
-    stop_when_interrupted();
-    file.commit();
-
-    std::printf("\n%s: seed %u, %d x %d pixels of %s, %d firings, filter %s, +-%.1f cm/s\n\n", name.string().c_str(), seed,
-                picture.width, picture.height, with_unit(picture.pixel_size, Quantity::length).c_str(), firings,
-                to_string(chain.parameters().flow.filter).c_str(), 100 * chain.nyquist_speed());
-    std::fputs(table_of(profile_of(chain, maps, flow)).c_str(), stdout);
-    std::printf("\n%s", table_of(checks).c_str());
-    const auto right = std::count_if(checks.begin(), checks.end(), [](const Check& check) { return check.ok; });
-    std::printf("\n%td of %zu measurements of flow are right\n", right, checks.size());
-    return all_ok(checks);
+    const ColourImage picture = chain.picture(maps, FlowQuantity::velocity, &times);
+    {
+        const StageTimer timer(&times, "write", 0);
+        ColourRecipe recipe;
+        recipe.base.command = "demo";
+        recipe.base.input = Recipe::Input::synthetic;
+        recipe.base.seed = seed;
+        recipe.base.input_digest = digest_of(flow.frame.iq);
+        recipe.parameters = chain.parameters();
+        write_picture(file, picture, std::move(recipe));
+    }
+    const StageTimer timer(&times, "check", 0);
+    char text[160];
+    std::snprintf(text, sizeof text, "%d x %d pixels of %s, %d firings, filter %s, Nyquist %.1f cm/s", picture.width,
+                  picture.height, with_unit(picture.pixel_size, Quantity::length).c_str(), firings,
+                  to_string(chain.parameters().flow.filter).c_str(), 100 * chain.nyquist_speed());
+    return {std::string(text) + "\n\n" + table_of(profile_of(chain, maps, flow)), check_flow(chain, maps, picture, flow)};
 }
 
 } // namespace echo2image

@@ -729,11 +729,6 @@ const char* to_string(ElementType type)
     return name_of_choice(types, type);
 }
 
-const char* to_string(Content content)
-{
-    return name_of_choice(contents, content);
-}
-
 const char* to_string(Geometry::Kind kind)
 {
     return name_of_choice(kinds, kind);

@@ -2,6 +2,7 @@
 #include "bmode.h"
 #include "filter_design.h"
 #include "portable_math.h"
+#include "sample_gain.h"
 
 #include <utils_sse.h>
 
@@ -25,37 +26,6 @@ std::int64_t lines_per_block(std::int64_t samples, std::int64_t lines)
 {
     return std::clamp<std::int64_t>(block_samples / samples, 1, lines);
 }
-
-// Samples minus their offset, times the largest power of two that keeps them within 16 bits.
-struct Gain
-{
-    int offset = 0;
-    int shift = 0; // negative: divided, rounded to nearest
-
-    Gain(const std::vector<std::int16_t>& frame, int silence) : offset(silence)
-    {
-        const auto [least, greatest] = std::minmax_element(frame.begin(), frame.end());
-        const int low = *least - offset;
-        const int high = *greatest - offset;
-        if (low == 0 && high == 0)
-            return;
-        const auto fits = [&](int s) {
-            return s >= 0 ? high <= (32767 >> s) && -low <= (32768 >> s) : high <= 32767 << -s && -low <= 32768 << -s;
-        };
-        shift = 15;
-        while (!fits(shift))
-            --shift;
-    }
-    std::int16_t apply(std::int16_t sample) const
-    {
-        const int value = sample - offset;
-        if (shift >= 0)
-            return static_cast<std::int16_t>(value * (1 << shift));
-        const int half = 1 << (-shift - 1);
-        return static_cast<std::int16_t>(value >= 0 ? (value + half) >> -shift : -((-value + half) >> -shift));
-    }
-    float undo() const { return std::ldexp(1.0F, -shift); }
-};
 
 std::int16_t q15(double value)
 {
@@ -155,9 +125,9 @@ void EnvelopeDetector::detect_rf(const std::vector<std::int16_t>& frame, Envelop
     const auto quadrature = aligned_samples(block * padded_);
 
     std::vector<float> taps = taps_;
-    const Gain gain = [&] {
+    const SampleGain gain = [&] {
         const StageTimer timer(times, "scale", 0);
-        return Gain(frame, static_cast<int>(std::floor(description_.offset + 0.5)));
+        return SampleGain(frame, description_.offset);
     }();
     for (float& tap : taps)
         tap *= gain.undo();

@@ -28,15 +28,10 @@ std::string formatted(const char* format, double value)
     return text;
 }
 
-Check bounded(std::string quantity, std::string unit, double truth, double measured, double tolerance)
-{
-    return {std::move(quantity), std::move(unit), truth, measured, tolerance, std::fabs(measured - truth) <= tolerance};
-}
-
 Check share(std::string quantity, double count, double of, bool all)
 {
     const double percent = of > 0 ? 100 * count / of : std::numeric_limits<double>::quiet_NaN();
-    return bounded(std::move(quantity), "%", all ? 100 : 0, percent, all ? 10 : 1);
+    return within(std::move(quantity), "%", all ? 100 : 0, percent, all ? 10 : 1);
 }
 
 } // namespace
@@ -82,8 +77,8 @@ std::vector<Check> check_flow(const ColourChain& chain, const FlowMaps& maps, co
 {
     std::vector<Check> checks;
     for (const ProfilePoint& point : profile_of(chain, maps, flow))
-        checks.push_back(bounded(formatted("flow at %+.1f radii", point.radius), "cm/s", point.truth, point.measured,
-                                 profile_tolerance(point.radius)));
+        checks.push_back(within(formatted("flow at %+.1f radii", point.radius), "cm/s", point.truth, point.measured,
+                                profile_tolerance(point.radius)));
 
     const std::vector<float> velocities = chain.velocities(maps);
     double squares = 0;
@@ -95,7 +90,7 @@ std::vector<Check> check_flow(const ColourChain& chain, const FlowMaps& maps, co
         squares += error * error;
         ++count;
     }
-    checks.push_back(bounded("flow, rms error of a pixel", "cm/s", 0, std::sqrt(squares / count), 2));
+    checks.push_back(within("flow, rms error of a pixel", "cm/s", 0, std::sqrt(squares / count), 2));
 
     const std::vector<float> radius = chain.converter().convert(flow.radius);
     const int width = chain.converter().width();

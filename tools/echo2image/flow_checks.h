@@ -1,8 +1,8 @@
 // Holds what the colour chain made of the built-in vessel against its truth.
 #pragma once
 
+#include "check.h"
 #include "colour_chain.h"
-#include "demo_checks.h"
 #include "synthetic_flow.h"
 
 #include <string>

@@ -119,18 +119,34 @@ struct Reader
     Reader& operator=(const Reader&) = delete;
 };
 
-// A row of packed pixels: blue, green, red, fill.
+// Marked pixels keep their grey value as green, between full red and no blue: red to yellow.
+constexpr std::uint8_t marked_red = 255;
+constexpr std::uint8_t marked_blue = 0;
+
+// `row` has room for packed pixels, and behind them for a plane of red and one of blue.
+void pack(const GreyImage& image, int y, png_bytep row)
+{
+    const std::size_t width = static_cast<std::size_t>(image.width);
+    const std::uint8_t* const grey = image.pixels.data() + static_cast<std::size_t>(y) * width;
+    if (image.marks.empty()) {
+        CUtils_SSE::BWToColour(row, grey, image.width, 255);
+        return;
+    }
+    const std::uint8_t* const marks = image.marks.data() + static_cast<std::size_t>(y) * width;
+    std::uint8_t* const red = row + bytes_per_packed_pixel * width;
+    std::uint8_t* const blue = red + width;
+    for (std::size_t x = 0; x < width; ++x) {
+        red[x] = marks[x] != 0 ? marked_red : grey[x];
+        blue[x] = marks[x] != 0 ? marked_blue : grey[x];
+    }
+    CUtils_SSE::RGBToColour(row, red, grey, blue, image.width, 255);
+}
+
 void pack(const ColourImage& image, int y, png_bytep row)
 {
     const std::size_t start = static_cast<std::size_t>(y) * static_cast<std::size_t>(image.width);
     CUtils_SSE::RGBToColour(row, image.red.data() + start, image.green.data() + start, image.blue.data() + start, image.width,
                             255);
-}
-
-void pack(const GreyImage& image, int y, png_bytep row)
-{
-    CUtils_SSE::BWToColour(row, image.pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(image.width),
-                           image.width, 255);
 }
 
 template <class Image>
@@ -148,6 +164,7 @@ void emit(png_structp png, png_infop info, const Image& image, png_const_textp t
     }
     png_set_text(png, info, text, texts);
     png_write_info(png, info);
+    // The packed pixels of the kernels are blue, green, red, fill.
     png_set_bgr(png);
     png_set_filler(png, 0, PNG_FILLER_AFTER);
     for (int y = 0; y < image.height; ++y) {
@@ -232,7 +249,7 @@ void write(OutputFile& file, const Image& image, const TextFields& text)
         entry.lang_key = nothing;
         texts.push_back(entry);
     }
-    std::vector<std::uint8_t> row(static_cast<std::size_t>(image.width) * bytes_per_packed_pixel);
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(image.width) * (bytes_per_packed_pixel + 2));
     if (!try_to_emit(writer.png, writer.info, image, texts.data(), static_cast<int>(texts.size()), row.data())) {
         if (target.failure)
             std::rethrow_exception(target.failure);
@@ -289,14 +306,22 @@ PngPicture read_png(const fs::path& path)
     picture.image.height = static_cast<int>(height);
     picture.image.pixels.reserve(static_cast<std::size_t>(width * height));
     std::vector<std::uint8_t> row(static_cast<std::size_t>(3 * width));
+    std::vector<std::uint8_t> marks;
+    bool marked = false;
     for (std::uint64_t y = 0; y < height; ++y) {
         check(read_row(reader.png, row.data()));
         picture.rgb.insert(picture.rgb.end(), row.begin(), row.end());
         for (std::size_t x = 0; x < row.size(); x += 3) {
-            picture.image.pixels.push_back(row[x]);
-            picture.grey = picture.grey && row[x] == row[x + 1] && row[x] == row[x + 2];
+            const bool grey = row[x] == row[x + 1] && row[x] == row[x + 2];
+            const bool mark = !grey && row[x] == marked_red && row[x + 2] == marked_blue;
+            picture.grey = picture.grey && (grey || mark);
+            picture.image.pixels.push_back(row[x + 1]);
+            marks.push_back(mark ? 255 : 0);
+            marked = marked || mark;
         }
     }
+    if (marked)
+        picture.image.marks = std::move(marks);
     check(read_end(reader.png, reader.info));
     picture.text = text_of(reader.png, reader.info);
     return picture;

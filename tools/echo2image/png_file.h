@@ -22,7 +22,7 @@ void write_png(OutputFile& file, const ColourImage& image, const TextFields& tex
 struct PngPicture
 {
     GreyImage image;               // pixel_size is left at 0
-    bool grey = true;              // red, green and blue are equal everywhere
+    bool grey = true;              // nothing but grey and marked pixels
     std::vector<std::uint8_t> rgb; // [row][column][red, green, blue]
     TextFields text;
 };

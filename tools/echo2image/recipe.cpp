@@ -5,15 +5,12 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <limits>
 #include <system_error>
 
 namespace echo2image {
 
 namespace {
-
-constexpr double usual_dynamic_range = 60;
 
 namespace keyword {
 constexpr char software[] = "Software";
@@ -23,6 +20,7 @@ constexpr char file[] = "Recording";
 constexpr char seed[] = "Seed";
 constexpr char frame[] = "Frame";
 constexpr char input_digest[] = "Input SHA-256";
+constexpr char sound_speed[] = "Sound speed in m/s";
 constexpr char center_frequency[] = "Center frequency in Hz";
 constexpr char detector[] = "Detector";
 constexpr char taps[] = "Taps";
@@ -30,11 +28,22 @@ constexpr char decimation[] = "Decimation";
 constexpr char bandwidth[] = "Bandwidth in Hz";
 constexpr char reference[] = "Reference";
 constexpr char dynamic_range[] = "Dynamic range in dB";
+constexpr char pulse_inversion[] = "Pulse inversion";
+constexpr char ramp_start[] = "Ramp start in samples";
+constexpr char ramp_end[] = "Ramp end in samples";
+constexpr char percent[] = "Percent taken away";
+constexpr char upsampled[] = "Upsampled";
+constexpr char interpolated[] = "Lines interpolated";
+constexpr char smoothed[] = "Smoothed";
 constexpr char width[] = "Width";
 constexpr char scale[] = "Scale";
 constexpr char pixel_digest[] = "Pixels SHA-256";
 } // namespace keyword
 
+constexpr char pulse_inversion_sum[] = "sum";
+constexpr char pulse_inversion_blend[] = "blend";
+constexpr char upsampled_full[] = "full";
+constexpr char upsampled_fast[] = "fast";
 constexpr char detector_general[] = "general";
 constexpr char detector_fixed[] = "fixed-point";
 
@@ -44,11 +53,6 @@ std::string text_of(Number value)
 {
     char text[64];
     return {text, std::to_chars(text, text + sizeof text, value).ptr};
-}
-
-bool positive(double value)
-{
-    return std::isfinite(value) && value > 0;
 }
 
 class RecipeReader
@@ -83,6 +87,14 @@ public:
             reject(name, "a number", text);
         return value;
     }
+    bool yes_or_no(const char* name) const
+    {
+        const std::string& text = required(name);
+        if (text != "yes" && text != "no")
+            reject(name, "\"yes\" or \"no\"", text);
+        return text == "yes";
+    }
+    bool yes(const char* name) const { return find(name) != nullptr && yes_or_no(name); }
     template <class Number>
     Number number_or_zero(const char* name, Number least) const
     {
@@ -96,68 +108,9 @@ private:
 
 } // namespace
 
-Chain::Chain(const Description& description, const ChainParameters& wanted) : parameters_(wanted)
+std::vector<std::int16_t> read_frame(const Recording& recording, const Chain& chain, std::int64_t frame)
 {
-    const std::string where = description.source.string() + ": ";
-    if (wanted.center_frequency != 0 && description.content != Content::rf)
-        throw BadInput(where + "only RF takes --center-frequency, found " + to_string(description.content));
-    if (description.content == Content::bmode) {
-        if (wanted.taps != 0 || wanted.decimation != 0 || wanted.bandwidth != 0 || wanted.reference != 0 ||
-            wanted.dynamic_range != 0 || wanted.detector != DetectorKind::automatic)
-            throw BadInput(where + "holds grey values already; --taps, --decimation, --bandwidth, --general, --reference and "
-                                   "--dynamic-range have nothing to act on");
-        converter_.emplace(description.geometry, description.lines, description.samples, description.sample_spacing, 0.0,
-                           wanted.width);
-    } else {
-        if (description.geometry.kind == Geometry::Kind::picture)
-            throw BadInput(where + "echoes need the geometry of their lines, found rows and columns of a picture");
-        if (wanted.reference != 0 && !positive(wanted.reference))
-            throw BadInput("the reference must be a positive number, found " + text_of(wanted.reference));
-        if (wanted.dynamic_range == 0)
-            parameters_.dynamic_range = usual_dynamic_range;
-        check_dynamic_range(parameters_.dynamic_range);
-
-        Description effective = description;
-        if (wanted.center_frequency != 0) {
-            if (!positive(wanted.center_frequency))
-                throw BadInput("the center frequency must be positive, found " + text_of(wanted.center_frequency) + " Hz");
-            effective.center_frequency = wanted.center_frequency;
-        }
-        detector_.emplace(effective, DetectorOptions{wanted.taps, wanted.decimation, wanted.bandwidth, wanted.detector});
-        parameters_.decimation = detector_->decimation();
-        if (description.content == Content::rf) {
-            parameters_.center_frequency = effective.center_frequency;
-            parameters_.detector = detector_->kind();
-            parameters_.taps = detector_->taps();
-            parameters_.bandwidth = detector_->bandwidth();
-        }
-        converter_.emplace(description.geometry, description.lines, detector_->samples(), detector_->sample_spacing(), 0.0,
-                           wanted.width);
-    }
-    parameters_.width = converter_->width();
-    if (wanted.scale && !converter_->size_known())
-        throw BadInput(where + "--scale needs pixels of known size; the description lacks column_spacing and row_spacing");
-}
-
-EnvelopeFrame Chain::envelope(const std::vector<std::int16_t>& frame, StageTimes* times) const
-{
-    return detector_->detect(frame, times);
-}
-
-GreyImage Chain::picture(const EnvelopeFrame& envelope, StageTimes* times) const
-{
-    return picture(compress(envelope, parameters_.reference, parameters_.dynamic_range, times), times);
-}
-
-GreyImage Chain::picture(const std::vector<std::uint8_t>& grey_lines, StageTimes* times) const
-{
-    GreyImage image = converter_->convert(grey_lines, times);
-    return parameters_.scale ? with_scale(image, *converter_) : image;
-}
-
-float largest(const EnvelopeFrame& envelope)
-{
-    return envelope.values.empty() ? 0 : *std::max_element(envelope.values.begin(), envelope.values.end());
+    return chain.needs_firings() ? recording.read_firings_i16(frame) : recording.read_frame_i16(frame);
 }
 
 std::string program_version()
@@ -176,6 +129,8 @@ std::string digest_of(const GreyImage& image)
     Sha256 sum;
     sum.add(size, sizeof size);
     sum.add(image.pixels.data(), image.pixels.size());
+    if (std::any_of(image.marks.begin(), image.marks.end(), [](std::uint8_t mark) { return mark != 0; }))
+        sum.add(image.marks.data(), image.marks.size());
     return sum.hex();
 }
 
@@ -196,6 +151,7 @@ TextFields to_text(const Recipe& recipe)
         if (value != 0)
             text.emplace_back(name, text_of(value));
     };
+    add_unless_zero(keyword::sound_speed, chain.sound_speed);
     add_unless_zero(keyword::center_frequency, chain.center_frequency);
     if (chain.detector != DetectorKind::automatic)
         text.emplace_back(keyword::detector, chain.detector == DetectorKind::fixed ? detector_fixed : detector_general);
@@ -204,6 +160,20 @@ TextFields to_text(const Recipe& recipe)
     add_unless_zero(keyword::bandwidth, chain.bandwidth);
     add_unless_zero(keyword::reference, chain.reference);
     add_unless_zero(keyword::dynamic_range, chain.dynamic_range);
+    if (chain.rf.pulse_inversion == PulseInversion::sum)
+        text.emplace_back(keyword::pulse_inversion, pulse_inversion_sum);
+    if (chain.rf.pulse_inversion == PulseInversion::blend) {
+        text.emplace_back(keyword::pulse_inversion, pulse_inversion_blend);
+        text.emplace_back(keyword::ramp_start, text_of(chain.rf.ramp_start));
+        text.emplace_back(keyword::ramp_end, text_of(chain.rf.ramp_end));
+        text.emplace_back(keyword::percent, text_of(chain.rf.percent));
+    }
+    if (chain.rf.upsampling != Upsampling::none)
+        text.emplace_back(keyword::upsampled, chain.rf.upsampling == Upsampling::fast ? upsampled_fast : upsampled_full);
+    if (chain.rf.interpolate != 1)
+        text.emplace_back(keyword::interpolated, text_of(chain.rf.interpolate));
+    if (chain.smooth)
+        text.emplace_back(keyword::smoothed, "yes");
     text.emplace_back(keyword::width, text_of(chain.width));
     text.emplace_back(keyword::scale, chain.scale ? "yes" : "no");
     text.emplace_back(keyword::pixel_digest, recipe.pixel_digest);
@@ -230,6 +200,7 @@ Recipe recipe_of(const TextFields& text, const std::filesystem::path& picture)
         reader.reject(keyword::input, "\"recording\" or \"synthetic\"", input);
     }
     recipe.input_digest = reader.required(keyword::input_digest);
+    recipe.chain.sound_speed = reader.number_or_zero<double>(keyword::sound_speed, 0);
     recipe.chain.center_frequency = reader.number_or_zero<double>(keyword::center_frequency, 0);
     if (const std::string* detector = reader.find(keyword::detector)) {
         if (*detector != detector_general && *detector != detector_fixed)
@@ -241,11 +212,28 @@ Recipe recipe_of(const TextFields& text, const std::filesystem::path& picture)
     recipe.chain.bandwidth = reader.number_or_zero<double>(keyword::bandwidth, 0);
     recipe.chain.reference = reader.number_or_zero<float>(keyword::reference, 0);
     recipe.chain.dynamic_range = reader.number_or_zero<double>(keyword::dynamic_range, 0);
+    if (const std::string* inversion = reader.find(keyword::pulse_inversion)) {
+        if (*inversion == pulse_inversion_sum) {
+            recipe.chain.rf.pulse_inversion = PulseInversion::sum;
+        } else if (*inversion == pulse_inversion_blend) {
+            recipe.chain.rf.pulse_inversion = PulseInversion::blend;
+            recipe.chain.rf.ramp_start = reader.number<int>(keyword::ramp_start, 0);
+            recipe.chain.rf.ramp_end = reader.number<int>(keyword::ramp_end, 0);
+            recipe.chain.rf.percent = reader.number<int>(keyword::percent, 0);
+        } else {
+            reader.reject(keyword::pulse_inversion, "\"sum\" or \"blend\"", *inversion);
+        }
+    }
+    if (const std::string* upsampling = reader.find(keyword::upsampled)) {
+        if (*upsampling != upsampled_full && *upsampling != upsampled_fast)
+            reader.reject(keyword::upsampled, "\"full\" or \"fast\"", *upsampling);
+        recipe.chain.rf.upsampling = *upsampling == upsampled_fast ? Upsampling::fast : Upsampling::full;
+    }
+    if (reader.find(keyword::interpolated) != nullptr)
+        recipe.chain.rf.interpolate = reader.number<int>(keyword::interpolated, 1);
+    recipe.chain.smooth = reader.yes(keyword::smoothed);
     recipe.chain.width = reader.number<int>(keyword::width, 1);
-    const std::string& scale = reader.required(keyword::scale);
-    if (scale != "yes" && scale != "no")
-        reader.reject(keyword::scale, "\"yes\" or \"no\"", scale);
-    recipe.chain.scale = scale == "yes";
+    recipe.chain.scale = reader.yes_or_no(keyword::scale);
     recipe.pixel_digest = reader.required(keyword::pixel_digest);
     return recipe;
 }

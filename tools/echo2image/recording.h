@@ -18,6 +18,11 @@ enum class Content
     bmode, // 8-bit grey values: log-compressed envelope lines or a finished picture
 };
 
+inline const char* to_string(Content content)
+{
+    return content == Content::rf ? "rf" : content == Content::iq ? "iq" : "bmode";
+}
+
 enum class ElementType
 {
     int16,
@@ -111,7 +116,9 @@ public:
     // Frame as [line][sample] (rf), [line][sample][I, Q] (iq); `frame` must be below frames. Throws BadInput when the file
     // cannot be read (any more).
     std::vector<std::int16_t> read_frame_i16(std::int64_t frame) const;
-    // Frame of I/Q with its first `firings` firings, [line][sample][firing][I, Q].
+    // The same with all firings of an ensemble: [line][firing][sample] (rf), [line][firing][sample][I, Q] (iq).
+    std::vector<std::int16_t> read_firings_i16(std::int64_t frame) const;
+    // The first firings of I/Q ensembles, sample by sample: [line][sample][firing][I, Q].
     std::vector<std::int16_t> read_ensembles_i16(std::int64_t frame, std::int64_t firings) const;
     // Frame as [line][sample], for pictures as [row][column].
     std::vector<std::uint8_t> read_frame_u8(std::int64_t frame) const;
@@ -128,7 +135,6 @@ private:
 // Several lines of text for `echo2image info`.
 std::string describe(const Recording& recording);
 
-const char* to_string(Content content);
 const char* to_string(Geometry::Kind kind);
 
 } // namespace echo2image

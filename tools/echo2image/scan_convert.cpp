@@ -351,6 +351,12 @@ GreyImage with_scale(const GreyImage& image, const ScanConverter& converter)
     };
     for (int row = 0; row < image.height; ++row)
         std::copy_n(image.pixels.begin() + static_cast<std::ptrdiff_t>(row) * image.width, image.width, &at(margin, row));
+    if (!image.marks.empty()) {
+        scaled.marks.resize(scaled.pixels.size());
+        for (int row = 0; row < image.height; ++row)
+            std::copy_n(image.marks.begin() + static_cast<std::ptrdiff_t>(row) * image.width, image.width,
+                        scaled.marks.begin() + static_cast<std::ptrdiff_t>(row) * scaled.width + margin);
+    }
 
     double origin_column = 0;
     double origin_row = 0;

@@ -1,6 +1,7 @@
-#include "bmode.h"
+#include "stage_times.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace echo2image {
 
@@ -23,6 +24,26 @@ StageTimer::~StageTimer()
 {
     if (times_ != nullptr)
         times_->add(stage_, std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(), lines_);
+}
+
+std::string table_of(const StageTimes& times, double total, std::int64_t frames)
+{
+    char line[128];
+    std::snprintf(line, sizeof line, "%-16s %10s %12s %14s\n", "stage", "ms", "us per line", "lines per s");
+    std::string table = line;
+    for (const StageTimes::Stage& stage : times.stages()) {
+        const double lines = static_cast<double>(stage.lines);
+        if (stage.lines == 0)
+            std::snprintf(line, sizeof line, "%-16s %10.3f\n", stage.name.c_str(), stage.seconds * 1e3);
+        else
+            std::snprintf(line, sizeof line, "%-16s %10.3f %12.3f %14.0f\n", stage.name.c_str(), stage.seconds * 1e3,
+                          stage.seconds * 1e6 / lines, stage.seconds > 0 ? lines / stage.seconds : 0.0);
+        table += line;
+    }
+    std::snprintf(line, sizeof line, "%-16s %10.3f    %.1f frames per s, %lld frame%s\n", "total", total * 1e3,
+                  total > 0 ? static_cast<double>(frames) / total : 0.0, static_cast<long long>(frames),
+                  frames == 1 ? "" : "s");
+    return table + line;
 }
 
 } // namespace echo2image

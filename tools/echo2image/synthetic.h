@@ -50,4 +50,18 @@ struct SyntheticFrame
 
 SyntheticFrame synthesise(std::uint32_t seed);
 
+// Two firings of every line with opposite polarity.
+struct PulseInversionFrame
+{
+    SyntheticFrame frame;        // rf is [line][firing][sample]; the speckle size is that of the second harmonic
+    double fundamental_left = 0; // by the sum of both firings, relative to the first alone
+    double harmonic_gain = 0;    // second harmonic of the sum, likewise
+    double sheet_depth = 0;      // metres; the sheet across all lines, whose echo both firings clip
+    double clipped_reach = 0;    // metres before and behind the sheet
+};
+
+// The same phantom under a sheet right below the probe. Tissue answers with the square of the pulse as well, more and more
+// so on the way to the focus. The second firing is a little weaker than the first.
+PulseInversionFrame synthesise_pairs(std::uint32_t seed);
+
 } // namespace echo2image

@@ -1,7 +1,7 @@
 #include "synthetic_flow.h"
 
 #include "portable_math.h"
-#include "random_stream.h"
+#include "synthetic_scanner.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,15 +14,8 @@ namespace {
 
 constexpr double mm = 1e-3;
 
-enum Purpose : std::uint32_t // numbers of the other phantom's streams are below
-{
-    tissue_stream = 101,
-    blood_stream,
-    noise_stream,
-};
-
 // A linear array in its colour mode: pulses of 4 periods under a Gaussian two-way beam of constant width.
-struct Scanner
+struct FlowScanner
 {
     double sound_speed = 1540;                // m/s
     double sampling_frequency = 10e6;         // Hz, of I/Q
@@ -79,7 +72,7 @@ private:
     double sine_;
 };
 
-struct Scatterer
+struct MovingScatterer
 {
     double along;     // metres, in the vessel's coordinates, at firing 0
     double across;    // metres
@@ -110,7 +103,7 @@ private:
 class Receiver
 {
 public:
-    explicit Receiver(const Scanner& scanner)
+    explicit Receiver(const FlowScanner& scanner)
         : scanner_(scanner), i_(static_cast<std::size_t>(scanner.lines) * static_cast<std::size_t>(scanner.samples)),
           q_(i_.size())
     {}
@@ -158,7 +151,7 @@ private:
                 static_cast<int>(std::clamp(std::ceil(middle + reach), 0.0, double(count)))};
     }
 
-    const Scanner& scanner_;
+    const FlowScanner& scanner_;
     BellTable bell_;
     std::vector<double> i_;
     std::vector<double> q_;
@@ -171,7 +164,7 @@ struct Box
     double along_from, along_to;
     double across_from, across_to;
 
-    Box(const Scanner& scanner, const VesselFrame& frame)
+    Box(const FlowScanner& scanner, const VesselFrame& frame)
     {
         constexpr double margin = 2 * mm;
         const double left = scanner.first_line();
@@ -191,16 +184,17 @@ struct Box
 };
 
 // Both about 10 to a resolution cell; equal strength and random sign.
-std::vector<Scatterer> scatter(std::uint32_t seed, Purpose purpose, const Box& box, double radius, double amplitude)
+std::vector<MovingScatterer> scatter(std::uint32_t seed, RandomStream::Purpose purpose, const Box& box, double radius,
+                                     double amplitude)
 {
     constexpr double density = 60 / (mm * mm);
-    const bool blood = purpose == blood_stream;
+    const bool blood = purpose == RandomStream::blood;
     const double from = blood ? -radius : box.across_from;
     const double to = blood ? radius : box.across_to;
     RandomStream random(seed, purpose);
-    std::vector<Scatterer> scatterers;
+    std::vector<MovingScatterer> scatterers;
     for (auto count = static_cast<int>(density * box.length() * (to - from)); count > 0; --count) {
-        Scatterer scatterer;
+        MovingScatterer scatterer;
         scatterer.along = random.uniform(box.along_from, box.along_to);
         scatterer.across = random.uniform(from, to);
         scatterer.amplitude = random.uniform(-1, 1) < 0 ? -amplitude : amplitude;
@@ -210,7 +204,7 @@ std::vector<Scatterer> scatter(std::uint32_t seed, Purpose purpose, const Box& b
     return scatterers;
 }
 
-Description describe_flow(const Scanner& scanner, std::uint32_t seed, int firings)
+Description describe_flow(const FlowScanner& scanner, std::uint32_t seed, int firings)
 {
     Description description;
     description.source = "synthetic flow, seed " + std::to_string(seed);
@@ -248,13 +242,13 @@ std::int16_t digitise(double value)
 
 SyntheticFlow synthesise_flow(std::uint32_t seed, int firings, const FlowScene& scene)
 {
-    const Scanner scanner;
+    const FlowScanner scanner;
     const VesselFrame vessel(scene.vessel);
     const Box box(scanner, vessel);
     constexpr double blood_amplitude = 12; // steps of the converter
-    const std::vector<Scatterer> blood = scatter(seed, blood_stream, box, scene.vessel.radius, blood_amplitude);
-    const std::vector<Scatterer> tissue =
-        scatter(seed, tissue_stream, box, scene.vessel.radius, blood_amplitude * portable::pow10(scene.tissue_level / 20));
+    const std::vector<MovingScatterer> blood = scatter(seed, RandomStream::blood, box, scene.vessel.radius, blood_amplitude);
+    const std::vector<MovingScatterer> tissue = scatter(seed, RandomStream::tissue_around_flow, box, scene.vessel.radius,
+                                                        blood_amplitude * portable::pow10(scene.tissue_level / 20));
     SyntheticFlow flow;
     flow.scene = scene;
     flow.description = describe_flow(scanner, seed, firings);
@@ -265,15 +259,15 @@ SyntheticFlow synthesise_flow(std::uint32_t seed, int firings, const FlowScene& 
     flow.frame.iq.resize(pixels * static_cast<std::size_t>(firings) * 2);
 
     Receiver receiver(scanner);
-    RandomStream noise(seed, noise_stream);
+    RandomStream noise(seed, RandomStream::noise_of_flow);
     for (int firing = 0; firing < firings; ++firing) {
         const double time = firing / scanner.pulse_repetition_frequency;
         receiver.clear();
-        for (const Scatterer& s : tissue) {
+        for (const MovingScatterer& s : tissue) {
             const double across = s.across + time * vessel.push(s.across);
             receiver.add(vessel.lateral(s.along, across), vessel.depth(s.along, across), s.amplitude);
         }
-        for (const Scatterer& s : blood) {
+        for (const MovingScatterer& s : blood) {
             const double moved = s.along - time * vessel.flow(s.across) - box.along_from;
             const double along = box.along_from + moved - box.length() * std::floor(moved / box.length());
             receiver.add(vessel.lateral(along, s.across), vessel.depth(along, s.across), s.amplitude);
