@@ -304,7 +304,7 @@ struct Pipeline
     {
         ColourParameters parameters;
         parameters.flow.average_lines = 3;
-        parameters.flow.average_samples = 3;
+        parameters.flow.average_samples = 5;
         return parameters;
     }
 };

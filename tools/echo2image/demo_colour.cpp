@@ -5,6 +5,7 @@
 #include "units.h"
 
 #include <cstdio>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -40,7 +41,9 @@ DemoOutcome make_colour_picture(std::uint32_t seed, OutputFile& file, StageTimes
     std::snprintf(text, sizeof text, "%d x %d pixels of %s, %d firings, filter %s, Nyquist %.1f cm/s", picture.width,
                   picture.height, with_unit(picture.pixel_size, Quantity::length).c_str(), firings,
                   to_string(chain.parameters().flow.filter).c_str(), 100 * chain.nyquist_speed());
-    return {std::string(text) + "\n\n" + table_of(profile_of(chain, maps, flow)), check_flow(chain, maps, picture, flow)};
+    std::string summary = text + ("\n\n" + table_of(profile_of(chain, maps, flow)));
+    summary.pop_back(); // the caller ends the line
+    return {summary, check_flow(chain, maps, picture, flow)};
 }
 
 } // namespace echo2image

@@ -31,7 +31,7 @@ std::string formatted(const char* format, double value)
 Check share(std::string quantity, double count, double of, bool all)
 {
     const double percent = of > 0 ? 100 * count / of : std::numeric_limits<double>::quiet_NaN();
-    return within(std::move(quantity), "%", all ? 100 : 0, percent, all ? 10 : 1);
+    return within(std::move(quantity), "%", all ? 100 : 0, percent, all ? 5 : 0.5);
 }
 
 } // namespace
