@@ -435,12 +435,12 @@ TEST_F(Commands, PaintFlow)
     const std::string about = "content: iq\ntype: int16\nsampling_frequency: 10 MHz\ncenter_frequency: 5 MHz\n"
                               "pulse_repetition_frequency: 4 kHz\ngeometry: {kind: linear, line_pitch: 0.3 mm}\n";
     const auto record = [&](const std::string& name, const std::vector<std::string>& axes) {
-        std::string samples;
+        std::string bytes;
         std::map<std::string, int> at;
         const std::function<void(std::size_t)> store = [&](std::size_t axis) {
             if (axis == axes.size()) {
                 const std::int16_t sample = value(at);
-                samples.append(reinterpret_cast<const char*>(&sample), sizeof sample);
+                bytes.append(reinterpret_cast<const char*>(&sample), sizeof sample);
                 return;
             }
             for (int i = 0; i < counts.at(axes[axis]); ++i) {
@@ -449,7 +449,7 @@ TEST_F(Commands, PaintFlow)
             }
         };
         store(0);
-        write_file(folder / (name + ".raw"), samples);
+        write_file(folder / (name + ".raw"), bytes);
         std::string list;
         std::string shape;
         for (const std::string& axis : axes) {
