@@ -13,12 +13,9 @@
 
 namespace operations {
 extern void (*const other_prefetch_functions[])();
-#if defined(UTILS_SSE_BENCH_WITH_GCC)
-extern void (*const plain_gcc_functions[])();
-#endif
-#if defined(UTILS_SSE_BENCH_WITH_CLANG)
-extern void (*const plain_clang_functions[])();
-#endif
+#define UTILS_SSE_PLAIN(maker) extern void (*const plain_##maker##_functions[])();
+#include "plain_makers.inc"
+#undef UTILS_SSE_PLAIN
 } // namespace operations
 
 namespace {
@@ -204,12 +201,9 @@ int main(int argc, char** argv)
 {
     const Candidate candidates[] = {
         {"utils_sse", nullptr},
-#if defined(UTILS_SSE_BENCH_WITH_GCC)
-        {"gcc", operations::plain_gcc_functions},
-#endif
-#if defined(UTILS_SSE_BENCH_WITH_CLANG)
-        {"clang", operations::plain_clang_functions},
-#endif
+#define UTILS_SSE_PLAIN(maker) {#maker, operations::plain_##maker##_functions},
+#include "plain_makers.inc"
+#undef UTILS_SSE_PLAIN
 #if UTILS_SSE_PREFETCH
         {"without_prefetch", operations::other_prefetch_functions}
     };
@@ -220,7 +214,9 @@ int main(int argc, char** argv)
 
     bool all_agree = true;
     const std::vector<Operation>& all = operations::all();
-    for (std::size_t i = 0; i < all.size(); ++i)
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (!all[i].own_cases.empty())
+            continue; // utils_sse_tasks times it
         for (const Size& size : kSizes) {
             const Counts counts = fitting_counts(all[i], size);
             for (const Candidate& candidate : candidates) {
@@ -231,6 +227,7 @@ int main(int argc, char** argv)
                                              counts);
             }
         }
+    }
     if (!all_agree)
         return 1;
 

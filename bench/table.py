@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Turns the JSON of utils_sse_bench into the tables of docs/performance.md.
+"""Turns the JSON of utils_sse_bench and utils_sse_tasks into the tables of docs/performance.md.
 
-usage: table.py RESULT.json docs/performance.md [--readme README.md]
+usage: table.py RESULT.json docs/performance.md [--tasks TASKS.json] [--readme README.md]
 
-Replaces what stands between the lines `<!-- begin: measured -->` and `<!-- end: measured -->`. Times are medians over the
-repetitions of one interleaved run; ratios are time of the competitor over time of utils_sse.
+Replaces what stands between the lines `<!-- begin: measured -->` and `<!-- end: measured -->`, with tasks also between those
+that say `tasks`. Times are medians of processor time over the repetitions of one interleaved run; ratios are time of the
+competitor over time of utils_sse.
 """
 import argparse
 import json
@@ -17,21 +18,23 @@ import sys
 
 SIZES = ["7", "23", "128", "L1", "L2", "memory"]
 COMPETITORS = ["gcc", "clang"]
+PLAIN = ["gcc", "clang", "gcc_native", "clang_native"]  # of the tasks
 SUMMARY = ["23", "128", "L1", "L2"]  # of the README
 NOISE = 0.95  # a ratio above this is not called a loss
 
 
-def read(path):
-    """{(operation, size): {candidate: (median time, relative spread)}}, {(operation, size): counters}, context"""
+def read(path, parts=2):
+    """{(operation, size): {candidate: median time}}, {(operation, size): the library's run}, context, median spread"""
     with open(path) as file:
         result = json.load(file)
     times, counters = {}, {}
     for run in result["benchmarks"]:
         if run["run_type"] != "iteration":
             continue
-        operation, size, candidate = run["name"].rsplit("/", 2)
-        times.setdefault((operation, size), {}).setdefault(candidate, []).append(run["real_time"])
-        counters[operation, size] = run
+        *key, candidate = run["name"].rsplit("/", parts)
+        times.setdefault(tuple(key), {}).setdefault(candidate, []).append(run["cpu_time"])
+        if candidate == "utils_sse":
+            counters[tuple(key)] = run
     medians = {key: {name: statistics.median(t) for name, t in group.items()} for key, group in times.items()}
     spread = statistics.median((max(t) - min(t)) / statistics.median(t) / 2 for group in times.values() for t in group.values())
     return medians, counters, result["context"], spread
@@ -114,6 +117,25 @@ def summary(medians, operations):
     return table(["times the best plain loop", "23 elements", "128 elements", "in L1", "in L2"], rows)
 
 
+def task_tables(path):
+    """Whole pieces of work: plain loops and other libraries over utils_sse."""
+    medians, counters, _, spread = read(path, parts=1)
+    rows = []
+    for task, group in sorted(medians.items(), key=lambda item: counters[item[0]]["family_index"]):
+        own, run = group["utils_sse"], counters[task]
+        per_unit = own * 1000 / run["units"]  # microseconds to nanoseconds
+        others = []
+        for name in group:
+            if name == "utils_sse" or name in PLAIN:
+                continue
+            others.append(f"{name} {ratio_text(group[name] / own)}")
+        rows.append([task[0], f"{per_unit:,.{0 if per_unit >= 100 else 1}f}", f"{1e9 / per_unit:,.0f} {run['label']}s", f"{1e6 / own:,.0f}",
+                     *(" / ".join(ratio_text(group[name] / own) for name in pair if name in group) for pair in (PLAIN[:2], PLAIN[2:])),
+                     ", ".join(others)])
+    header = ["task", "ns per unit", "per second", "runs per second", "plain, SSE4.1", "plain, this machine", "other libraries"]
+    return [f"Median half-spread of a contender's repetitions: {100 * spread:.0f} %.", ""] + table(header, rows)
+
+
 def replace_between(path, begin, end, lines):
     with open(path) as file:
         text = file.read()
@@ -128,6 +150,7 @@ if __name__ == "__main__":
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("result")
     parser.add_argument("document")
+    parser.add_argument("--tasks")
     parser.add_argument("--readme")
     arguments = parser.parse_args()
     medians, counters, context, spread = read(arguments.result)
@@ -136,5 +159,7 @@ if __name__ == "__main__":
     operations = operations_of(medians)
     SIZES = [size for size in SIZES if all((operation, size) in medians for operation in operations)]
     replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations))
+    if arguments.tasks:
+        replace_between(arguments.document, "<!-- begin: tasks -->", "<!-- end: tasks -->", task_tables(arguments.tasks))
     if arguments.readme:
         replace_between(arguments.readme, "<!-- begin: speed -->", "<!-- end: speed -->", summary(medians, operations))

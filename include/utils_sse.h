@@ -817,6 +817,382 @@ public:
     static void UTILS_SSE_CALL SeparateBands(short* low, short* high, const unsigned char* src, int width, int height);
 
     /** @}
+     *  @name Median filters
+     *  Medians along time and in space, against impulses and speckle: an outlier vanishes, an edge stays.
+     *
+     *  The functions over frames know of no rows: a frame is n values one behind the other, a whole image or a part of it.
+     *  The functions over images take height rows of width values, row r from element r * pitch on; source and destination
+     *  have the same pitch, counted in elements, and what lies between width and pitch is neither read nor written. Their
+     *  destination must not overlap the source.
+     *  @{ */
+
+    /** Median of three frames, pixel by pixel: dst = max(min(f2, f3), min(max(f2, f3), f1)).
+     *  @param[out] dst  n values; may equal a frame
+     *  @param[in]  f1   n values
+     *  @param[in]  f2   n values
+     *  @param[in]  f3   n values
+     *  @param      n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL MedianFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2,
+                                            const unsigned char* f3, int n);
+
+    /** A smoothing of five frames, pixel by pixel. **It is not their median, but in the tail.**
+     *
+     *  **Body and tail differ.** The body leaves frame 1 out, and its result is one of the other four, chosen by
+     *      lo = min(f5, f4), hi = max(f5, f4), t = min(hi, f3), u = min(max(hi, f3), f2),
+     *      dst = max(max(min(lo, t), min(t, u)), min(max(t, u), f2)):
+     *  of (f1 .. f5) = (9, 1, 2, 3, 4) it is 2, of (0, 4, 3, 2, 1) 3, of (0, 1, 1, 3, 3) 1. The tail takes the true median of
+     *  all five. A caller who wants medians only passes the pixels in calls of fewer than a block; one who wants the body's
+     *  choice only pads to whole blocks.
+     *  @param[out] dst  n values; may equal a frame
+     *  @param[in]  f1   n values, of which those of the body do not matter
+     *  @param[in]  f2   n values
+     *  @param[in]  f3   n values
+     *  @param[in]  f4   n values
+     *  @param[in]  f5   n values
+     *  @param      n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL MedianFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2,
+                                            const unsigned char* f3, const unsigned char* f4, const unsigned char* f5, int n);
+
+    /** Median of three frames of 16-bit values; as for bytes, but block 8.
+     *  @param[out] dst  n values; may equal a frame
+     *  @param[in]  f1   n values
+     *  @param[in]  f2   n values
+     *  @param[in]  f3   n values
+     *  @param      n    number of values; block 8
+     */
+    static void UTILS_SSE_CALL MedianFilter(short* dst, const short* f1, const short* f2, const short* f3, int n);
+
+    /** A smoothing of five frames of 16-bit values; as for bytes, but block 8. **Body and tail differ** in the same way.
+     *  @param[out] dst  n values; may equal a frame
+     *  @param[in]  f1   n values, of which those of the body do not matter
+     *  @param[in]  f2   n values
+     *  @param[in]  f3   n values
+     *  @param[in]  f4   n values
+     *  @param[in]  f5   n values
+     *  @param      n    number of values; block 8
+     */
+    static void UTILS_SSE_CALL MedianFilter(short* dst, const short* f1, const short* f2, const short* f3, const short* f4,
+                                            const short* f5, int n);
+
+    /** The extreme one of three frames, pixel by pixel, blended with the mean of the others.
+     *
+     *  **Body and tail differ.** In the body the magnitude of a pixel is that of the byte read as signed: x up to 127, else
+     *  256 - x. With A the largest magnitude, V the value of the latest frame that has it, and O the sum of the two other
+     *  values halved and rounded down, dst = (O * (128 - A) + V * A) >> 8: the weights add up to half the divisor, so that
+     *  results lie in 0 .. 127. Three frames of 127 give 63.
+     *
+     *  The tail measures by |x - 127| instead and does not blend: dst is the value of the latest frame that is farthest from
+     *  127. (0, 100, 255) gives 52 in the body and 255 in the tail.
+     *  @param[out] dst  n pixels; may equal a frame
+     *  @param[in]  f1   n pixels
+     *  @param[in]  f2   n pixels
+     *  @param[in]  f3   n pixels
+     *  @param      n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL ExtremumFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2,
+                                              const unsigned char* f3, int n);
+
+    /** The extreme one of five frames, pixel by pixel, blended with the mean of the others.
+     *
+     *  **Body and tail differ.** In the body the magnitude of a pixel is |x - 127|, unlike with three frames. With A the
+     *  largest magnitude, V the value of the latest frame that has it, and O a quarter of the sum of the four other values,
+     *  rounded down, dst = min(255, (O * (255 - A) + V * A) >> 7): the weights add up to about twice the divisor, so that
+     *  bright results saturate. Five frames of 127 give 253.
+     *
+     *  **The tail is no extremum:** it takes the median of the five.
+     *  @param[out] dst  n pixels; may equal a frame
+     *  @param[in]  f1   n pixels
+     *  @param[in]  f2   n pixels
+     *  @param[in]  f3   n pixels
+     *  @param[in]  f4   n pixels
+     *  @param[in]  f5   n pixels
+     *  @param      n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL ExtremumFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2,
+                                              const unsigned char* f3, const unsigned char* f4, const unsigned char* f5, int n);
+
+    /** Exact median of the 3x3 neighbourhood.
+     *
+     *  Every pixel but those of the first and last row and column is filtered; these are copied. **With a width below 16 or a
+     *  height below 3 the image is only copied.**
+     *  @param[out] dst     height rows of width pixels
+     *  @param[in]  src     height rows of width pixels
+     *  @param      pitch   pixels from row to row, width at least
+     *  @param      width   pixels per row; <= 0 does nothing; block 16
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin3(unsigned char* dst, const unsigned char* src, int pitch, int width,
+                                                  int height);
+
+    /** Exact median of the 3x3 neighbourhood, for floats.
+     *
+     *  With an odd width, from 3 on, every pixel but those of the first and last row and column is filtered. **With an even
+     *  width columns width - 3 and width - 2 are not filtered either.** What is not filtered is copied. A height below 3
+     *  gives a copy.
+     *
+     *  With min(x, y) = x < y ? x : y and max(x, y) = x > y ? x : y the steps are, for a column of three values a, b, c from
+     *  top to bottom: lo = min(a, b), hi = max(a, b), t = min(hi, c); lowest min(lo, t), middle max(lo, t), highest
+     *  max(hi, c). Then, from left to right, P is the largest of the lowest, max(max(., .), .), R the smallest of the
+     *  highest, and Q the middle one of the middles x, y, z after exchanging x and y if x > y, y and z if y > z, x and y if
+     *  x > y. The result is max(min(P, Q), min(max(P, Q), R)). This settles what becomes of NaN, which is in no order, and of
+     *  zeros of both signs; of other numbers it is the median.
+     *  @param[out] dst     height rows of width floats
+     *  @param[in]  src     height rows of width floats
+     *  @param      pitch   floats from row to row, width at least
+     *  @param      width   floats per row; <= 0 does nothing; block 4
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin3(float* dst, const float* src, int pitch, int width, int height);
+
+    /** Exact median of the 3x3 neighbourhood, for 16-bit values.
+     *
+     *  **Of every row only the first width bytes are copied:** its first width / 2 values and, when width is odd, the low
+     *  byte of the next one. All other values of dst, the right border among them, keep what they held unless they are
+     *  filtered. With a width below 8 or a height below 3 this copy is all that happens.
+     *
+     *  **How far a row is filtered depends on its width:** inner rows are filtered from column 1 to column
+     *  min(6 k + width mod 8, width - 2), where k = floor((width - 8) / 6) + 1. Width 16 ends with column 12, width 17 with
+     *  column 13, width 18 with column 14, widths 8 to 15 with the last inner one.
+     *  @param[in,out] dst     height rows of width values
+     *  @param[in]     src     height rows of width values; not written
+     *  @param         pitch   values from row to row, width at least
+     *  @param         width   values per row; <= 0 does nothing; block 8
+     *  @param         height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin3Short(short* dst, short* src, int pitch, int width, int height);
+
+    /** Exact median of the 5x5 neighbourhood.
+     *
+     *  Every pixel at least two away from each border is filtered, at any width and height; the others are copied.
+     *  @param[out] dst     height rows of width pixels
+     *  @param[in]  src     height rows of width pixels
+     *  @param      pitch   pixels from row to row, width at least
+     *  @param      width   pixels per row; <= 0 does nothing
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin5(unsigned char* dst, const unsigned char* src, int pitch, int width,
+                                                  int height);
+
+    /** Exact median of the 5x5 neighbourhood, for floats; as for bytes.
+     *
+     *  The result is always one of the 25 values, bit for bit. Which one is not promised where a NaN is among them; where the
+     *  median is 0 and zeros of both signs are among them, it is one of these.
+     *  @param[out] dst     height rows of width floats
+     *  @param[in]  src     height rows of width floats
+     *  @param      pitch   floats from row to row, width at least
+     *  @param      width   floats per row; <= 0 does nothing
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin5(float* dst, const float* src, int pitch, int width, int height);
+
+    /** Exact median of the 5x5 neighbourhood, for 16-bit values; as for bytes. Whole rows are copied, unlike in
+     *  MedianFilter2DWin3Short().
+     *  @param[out] dst     height rows of width values
+     *  @param[in]  src     height rows of width values; not written
+     *  @param      pitch   values from row to row, width at least
+     *  @param      width   values per row; <= 0 does nothing
+     *  @param      height  rows; <= 0 does nothing
+     */
+    static void UTILS_SSE_CALL MedianFilter2DWin5Short(short* dst, short* src, int pitch, int width, int height);
+
+    /** @}
+     *  @name Colour Doppler ensembles
+     *  The ensemble of a pixel is the series of n complex samples z[k] = I[k] + j Q[k] that n firings in one direction give at
+     *  one depth, in firing order. A call handles one ensemble. **Ensembles of 8, 10 and 12 firings are computed in four
+     *  lanes, all others one sample after the other, and the two differ in more than speed**: each function says how.
+     *  Constants are given with their single-precision bit patterns, because they fix the last bits of the results.
+     *  @{ */
+
+    /** The lag-zero and lag-one autocorrelation of an ensemble: spread and power, and the real and imaginary part whose
+     *  phase is the mean Doppler shift per firing.
+     *
+     *  With sums over all pairs k = 0 .. n-2 and R0 = sum of I[k]^2 + Q[k]^2 over all n samples:
+     *
+     *      re     = sum of I[k] I[k+1] + Q[k] Q[k+1]
+     *      im     = sum of Q[k+1] I[k] - I[k+1] Q[k]
+     *      spread = 1 - sqrt(im^2 + re^2) / R0          (0 if R0 is 0)
+     *      power  = 10 log10(R0 / n + 1)                in dB; 0 for a silent pixel
+     *
+     *  that is, (re, im) is the sum of conj(z[k]) z[k+1]: the phase is positive when the samples turn counter-clockwise. spread
+     *  is 1/n for a pure tone and near 1 for noise; power is relative to a sample power of 1. The logarithm is that of the C
+     *  library in double precision, rounded once to single, then multiplied by 10; everything else is single precision.
+     *
+     *  **n = 8, 10, 12.** Lane k of four sums the terms k, k + 4 and k + 8, each term (the sum or difference of its two
+     *  products) rounded first; the lanes begin with their first term and are folded as (lane 0 + lane 1) + (lane 2 + lane 3).
+     *  Where an ensemble ends, the next sample is 0: an infinite or NaN last sample makes re and im NaN. R0 / n is R0 times
+     *  0.125 (0x3E000000), 0.1 (0x3DCCCCCD) or **0.0833332986 (0x3DAAAAA6), which is 0.0833333 and not 1/12** (0x3DAAAAAB).
+     *  Each output is one float. re and im are stored first, then power, then spread.
+     *
+     *  **Any other n**, on purpose unlike these: terms are added in increasing k to 0. **spread is relative to the power of the
+     *  first n - 1 samples**, so that it is 0 for a pure tone. R0 is the last sample's power plus that of the others, and is
+     *  divided by n. **Each output is four floats**, all of the same value, and **a null output is skipped**. For n = 1 no
+     *  sample is read and everything is 0; for n = 0 power is NaN and the rest 0; below that everything is 0.
+     *
+     *  Estimator: Kasai, Namekawa, Koyano and Omoto, "Real-Time Two-Dimensional Blood Flow Imaging Using an Autocorrelation
+     *  Technique", 1985.
+     *  @param      n          firings
+     *  @param[in]  ensembleI  n floats; for n = 8, 10 and 12 16-byte aligned; for n = 10 elements 10 and 11 must be readable
+     *                         and do not matter
+     *  @param[in]  ensembleQ  likewise
+     *  @param[out] spread     1 float for n = 8, 10 and 12, otherwise 4 floats or null; so are all outputs. No output may
+     *                         overlap an input
+     *  @param[out] power      in dB
+     *  @param[out] re         real part of the lag-one autocorrelation
+     *  @param[out] im         imaginary part of it
+     */
+    static void UTILS_SSE_CALL AutoCorrelateSSE(int n, const float* ensembleI, const float* ensembleQ, float* spread,
+                                                float* power, float* re, float* im);
+
+    /** The clutter (wall) filter: out[r] = sum over c of matrix[r][c] * in[c], for I and for Q with the same real matrix. The
+     *  host designs it: a recursive filter with its start-up, or a regression filter, is such a matrix.
+     *
+     *  **n = 8, 12.** Lane k of four sums the products k, k + 4 (and k + 8), beginning with the first product; the lanes are
+     *  folded as (lane 0 + lane 1) + (lane 2 + lane 3).
+     *
+     *  **n = 10: row 2b of the matrix makes both outputs 2b and 2b + 1, and odd rows are not read.** The sums run as for 12,
+     *  with zero products in the places 10 and 11. A host has to know: the filtered ensemble holds five different samples, each
+     *  twice. Every second lag-one pair of AutoCorrelateSSE() is then a sample with itself, of phase 0, so that phase and
+     *  spread come out too small. A host that wants all ten rows embeds the 10 x 10 matrix in a 12 x 12 one whose other entries
+     *  are 0, puts two zero samples behind the ensemble and calls with n = 12: these are the same sums. Or it calls with
+     *  n = 10 twice, the second time with a copy of the matrix that begins with row 1, and takes outputs 1, 3, .. 9 from places
+     *  0, 2, .. 8 of the second result.
+     *
+     *  **Any other n.** Each row is summed to 0 in increasing c, in single precision. n <= 0 does nothing.
+     *  @param      n       firings
+     *  @param[in]  inI     n floats; for n = 10 16-byte aligned, with elements 10 and 11 readable, which do not matter
+     *  @param[in]  inQ     likewise
+     *  @param[out] outI    n floats; for n = 8, 10 and 12 may equal inI or inQ; must not overlap the matrix
+     *  @param[out] outQ    likewise
+     *  @param[in]  matrix  [n][n] floats; for n = 10 16-byte aligned
+     */
+    static void UTILS_SSE_CALL IIRPerformMatrix(int n, float* inI, float* inQ, float* outI, float* outQ, float* matrix);
+
+    /** Turns sample k by k * theta, in place, which moves the whole Doppler spectrum by theta radians per firing:
+     *  I'[k] = c I[k] - s Q[k] and Q'[k] = c Q[k] + s I[k] with c and s the cosine and sine of k * theta. With theta the
+     *  negative phase step of moving tissue its clutter comes to rest, where a clutter filter removes it.
+     *
+     *  **n = 8, 10, 12: c and s are approximations**, off by 0.0011 at most, all in single precision. With
+     *  2 pi = 6.28318548 (0x40C90FDB), pi = 3.14159274 (0x40490FDB) and pi/2 = 1.57079637 (0x3FC90FDB):
+     *
+     *      x[0] = 0, x[k] = float(k) * theta
+     *      x = x - float(truncated(x / (2 pi))) * (2 pi);  above pi: x = x - 2 pi;  below -pi: x = x + 2 pi
+     *      y = 1.27323949 (0x3FA2F983) * x + (-0.405284733 (0xBECF817B) * x) * |x|
+     *      s = y + 0.224999994 (0x3E666666) * (y * |y| - y)
+     *
+     *  and c is the same of x + pi/2, less 2 pi where that is not below pi. For theta = 0 s is 0 and **c is 0.99999988, one
+     *  step below 1**, for sample 0 at any theta as well. x / (2 pi) beyond 32 bits counts as -2147483648. An infinite or NaN
+     *  theta makes all samples NaN but the first.
+     *
+     *  **Any other n**: c and s are cosine and sine of float(k) * theta by the C library in double precision, rounded once, with
+     *  no reduction to -pi .. pi before. n <= 0 does nothing.
+     *  @param         n          firings
+     *  @param[in,out] ensembleI  n floats; for n = 10 elements 10 and 11 must be accessible and keep their values
+     *  @param[in,out] ensembleQ  likewise; must not overlap ensembleI
+     *  @param         theta      radians per firing
+     */
+    static void UTILS_SSE_CALL MixingClutter(int n, float* ensembleI, float* ensembleQ, float theta);
+
+    /** @}
+     *  @name Motion search
+     *  Block matching in 8-bit images: where does a reference block reappear? RoughCorrelation() scores a list of positions and
+     *  gathers the good ones in clusters; FineCorrelation() takes the positions of these clusters, as they are, and searches
+     *  around each. The score is the normalised cross-correlation (see Lewis, "Fast Normalized Cross-Correlation", 1995, for
+     *  its use and its running sums), scaled to 255 and in integers where the formulas below say so.
+     *
+     *  **Blocks.** A block has H = 2 half + 1 rows of W = width pixels; its position is the (row, column) of its top left
+     *  corner. Rows above or below the image are its first or last row; **columns are not clamped**: x .. x + W - 1 must lie
+     *  in the row, and for the fine search 5 more on both sides. Positions are read as signed 16-bit numbers. A width that is
+     *  no multiple of 32 is outside the contract but for this: pixels beyond the last whole 32 of a row enter no sum, while H
+     *  and W below still count them.
+     *
+     *  **Score**, with p the pixels of the candidate and q those of the reference:
+     *  - m = float(sum of p) / float(H W), truncated; mq = mean, truncated.
+     *  - S = sum of (p - m)^2 over all rows; sigma = sqrt(float(S) / (float(H) float(W))); k = 255 / (sigma deviation).
+     *  - C = sum of (p - m)(q - mq): over rows 0, 2, 4, .. (rough, half + 1 rows), over all rows (fine).
+     *  - value = float(C) k / (float(H) float(W) / 2 - 1), the division in double (rough);
+     *    value = float(C) k / (float(H) float(W) - 1) (fine).
+     *  - The score is **the low 8 bits** of |value truncated to an integer|: values from 256 on wrap, so that a perfect match
+     *    may score next to nothing. In the rough search it lies just above 255; pass the deviation slightly enlarged.
+     *    Opposite contrast scores like equal contrast. NaN and infinite values (flat blocks) score 0.
+     *
+     *  Differences wrap to 16 bits (a mean far outside 0 .. 255), sums to 32 bits, signed: S can wrap from about 130 000
+     *  pixels on. A negative S makes a NaN, which scores 0.
+     *
+     *  **Clusters.** Candidates are visited in order. One whose score does not exceed the threshold is skipped. One that is
+     *  more than 15 rows **and** more than 15 columns away from the anchor opens the next slot and becomes its anchor, others
+     *  belong to the slot that was opened last, however far away they are in one direction. If the score exceeds best[slot],
+     *  the slot takes score and position. Slots are numbered from 1; slot 0 is never written. At the start there is no slot
+     *  and the anchor is (-100, -100); a candidate within 15 rows or columns of it does not open a slot and, as long as there
+     *  is none, is dropped. With a threshold below 0 a slot may be opened that nothing is written to.
+     *
+     *  **Left behind.** After a call `work` holds the pixels of the last candidate visited and scratch[j] the sum of its
+     *  (p - m)^2 over pixels 8 i + 2 j and 8 i + 2 j + 1 of the last 32 counted pixels of its last row. Neither is read.
+     *  With count <= 0, and with half < 0, width < 32 or rows <= 0, *slots becomes 0 and nothing else is read or written.
+     *
+     *  Written arrays must overlap no other array. Unaligned blocks and scratch are accepted, though hosts should not rely on
+     *  it.
+     *  @{ */
+
+    /** Scores a list of candidate positions and gathers the good ones in clusters.
+     *  @param[in]     image      [rows][stride] pixels
+     *  @param[in]     rowIn      count rows, candidates 0 .. count - 1
+     *  @param[in]     columnIn   count columns
+     *  @param[in,out] rowOut     rows of the slots' best candidates; up to count + 1 entries, the first unused
+     *  @param[in,out] columnOut  their columns
+     *  @param         count      number of candidates
+     *  @param[out]    slots      number of slots opened
+     *  @param[out]    work       H W bytes, 16-byte aligned
+     *  @param[in]     reference  H W bytes, 16-byte aligned: row after row
+     *  @param[in,out] best       best score of each slot; cleared by the caller
+     *  @param         half       a block has 2 half + 1 rows
+     *  @param         stride     bytes from one image row to the next
+     *  @param         rows       rows of the image
+     *  @param[out]    scratch    4 integers, 16-byte aligned
+     *  @param         width      W, a multiple of 32; block 32
+     *  @param         deviation  standard deviation of the reference block
+     *  @param         mean       mean of the reference block
+     *  @param         threshold  to be exceeded
+     */
+    static void UTILS_SSE_CALL RoughCorrelation(unsigned char* image, unsigned short* rowIn, unsigned short* columnIn,
+                                                unsigned short* rowOut, unsigned short* columnOut, int count, int* slots,
+                                                unsigned char* work, unsigned char* reference, unsigned char* best, int half,
+                                                int stride, int rows, int* scratch, int width, float deviation, float mean,
+                                                int threshold);
+
+    /** Searches around start positions: rows -5 .. 5 (outer) and columns -5 .. 5 (inner) of each, 121 candidates.
+     *
+     *  Three things differ from the rough search besides the score: lists are read from entry **1** on, as the rough search
+     *  writes them; what is written to a slot is not the candidate's corner but **row + half** and **column + 4 +
+     *  columnOffset**, of both the low 16 bits; and clusters are formed of the candidates of all start positions together.
+     *  @param[in]     image         [rows][stride] pixels
+     *  @param[in]     rowIn         count + 1 rows, start positions 1 .. count
+     *  @param[in]     columnIn      count + 1 columns
+     *  @param[in,out] rowOut        as above; up to count + 1 entries, the first unused
+     *  @param[in,out] columnOut     as above
+     *  @param         count         number of start positions
+     *  @param[out]    slots         number of slots opened
+     *  @param[out]    work          H W bytes, 16-byte aligned
+     *  @param[in]     reference     H W bytes, 16-byte aligned
+     *  @param[in,out] best          best score of each slot; cleared by the caller
+     *  @param         half          a block has 2 half + 1 rows
+     *  @param         stride        bytes from one image row to the next
+     *  @param         rows          rows of the image
+     *  @param[out]    scratch       4 integers, 16-byte aligned
+     *  @param         width         W, a multiple of 32; block 32
+     *  @param         deviation     standard deviation of the reference block
+     *  @param         mean          mean of the reference block
+     *  @param         threshold     to be exceeded
+     *  @param         columnOffset  added to the columns written
+     */
+    static void UTILS_SSE_CALL FineCorrelation(unsigned char* image, unsigned short* rowIn, unsigned short* columnIn,
+                                               unsigned short* rowOut, unsigned short* columnOut, int count, int* slots,
+                                               unsigned char* work, unsigned char* reference, unsigned char* best, int half,
+                                               int stride, int rows, int* scratch, int width, float deviation, float mean,
+                                               int threshold, int columnOffset);
+
+    /** @}
      *  @name Display pixels
      *  A packed colour pixel is 4 bytes in memory order blue, green, red, fill.
      *  @{ */

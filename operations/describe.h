@@ -31,6 +31,11 @@ inline long long min(long long x, long long y)
     return std::min(x, y);
 }
 
+inline long long equal(long long x, long long y)
+{
+    return x == y ? 1 : 0;
+}
+
 #define UTILS_SSE_LOCAL(name) [[maybe_unused]] const long long name = std::max(given.name, 0LL);
 #define EXTENT(formula_)                                                                                                       \
     operations::Extent                                                                                                         \
@@ -59,6 +64,7 @@ UTILS_SSE_TYPE(CUtils_SSE, none)
 UTILS_SSE_TYPE(float, float32)
 UTILS_SSE_TYPE(int, int32)
 UTILS_SSE_TYPE(short, int16)
+UTILS_SSE_TYPE(unsigned short, int16)
 UTILS_SSE_TYPE(unsigned char, uint8)
 #undef UTILS_SSE_TYPE
 
@@ -88,7 +94,8 @@ std::string type_list()
 
 // ---- Arguments ------------------------------------------------------------------------------------------------------
 
-template <Role ROLE>
+// CONST_INPUT: whether an input's type says that it is not written.
+template <Role ROLE, bool CONST_INPUT = true>
 struct TypedArgument : Argument
 {
     template <class P>
@@ -96,7 +103,7 @@ struct TypedArgument : Argument
     {
         using Pointee = std::remove_pointer_t<P>;
         if constexpr (ROLE == Role::in)
-            return std::is_pointer_v<P> && std::is_const_v<Pointee>;
+            return std::is_pointer_v<P> && std::is_const_v<Pointee> == CONST_INPUT;
         else if constexpr (ROLE == Role::count)
             return std::is_same_v<P, int>;
         else if constexpr (ROLE == Role::scalar)
@@ -105,9 +112,10 @@ struct TypedArgument : Argument
             return std::is_pointer_v<P> && !std::is_const_v<Pointee>;
     }
 
-    TypedArgument&& aligned(std::size_t bytes) &&
+    TypedArgument&& aligned(std::size_t bytes, Extent where = {}) &&
     {
         alignment = bytes;
+        aligned_where = std::move(where);
         return std::move(*this);
     }
     TypedArgument&& may_read_beyond(Extent slack) &&
@@ -118,6 +126,11 @@ struct TypedArgument : Argument
     TypedArgument&& reads_in_front(Extent elements) &&
     {
         reads_before = std::move(elements);
+        return std::move(*this);
+    }
+    TypedArgument&& finite() &&
+    {
+        is_finite = true;
         return std::move(*this);
     }
     template <class... V>
@@ -139,10 +152,10 @@ struct TypedArgument : Argument
     }
 };
 
-template <Role ROLE>
-TypedArgument<ROLE> array(const char* name, Extent extent)
+template <Role ROLE, bool CONST_INPUT = true>
+TypedArgument<ROLE, CONST_INPUT> array(const char* name, Extent extent)
 {
-    TypedArgument<ROLE> argument;
+    TypedArgument<ROLE, CONST_INPUT> argument;
     argument.name = name;
     argument.role = ROLE;
     argument.extent = std::move(extent);
@@ -152,6 +165,11 @@ TypedArgument<ROLE> array(const char* name, Extent extent)
 inline auto in(const char* name, Extent extent)
 {
     return array<Role::in>(name, std::move(extent));
+}
+// An input whose pointer type would allow writing.
+inline auto in_not_const(const char* name, Extent extent)
+{
+    return array<Role::in, false>(name, std::move(extent));
 }
 inline auto out(const char* name, Extent extent)
 {
@@ -192,6 +210,11 @@ inline Fact block(int elements)
     return [=](Operation& operation) { operation.block = elements; };
 }
 
+inline Fact ensembles()
+{
+    return [=](Operation& operation) { operation.takes_ensemble = true; };
+}
+
 inline Fact body_and_tail(const char* difference)
 {
     return [=](Operation& operation) { operation.body_and_tail = difference; };
@@ -200,6 +223,12 @@ inline Fact body_and_tail(const char* difference)
 inline Fact instruction_set(const char* name)
 {
     return [=](Operation& operation) { operation.instruction_set = name; };
+}
+
+/** Arrays of arbitrary values will not do, for this reason: tests and benchmarks of their own drive the function. */
+inline Fact own_cases(const char* reason)
+{
+    return [=](Operation& operation) { operation.own_cases = reason; };
 }
 
 /** Sets of arguments that may be the same memory, such as "dst=a". Inputs may always equal inputs and are not listed. */
@@ -245,10 +274,10 @@ struct Invoker
     }
 };
 
-template <class P, Role ROLE>
-Argument bind(TypedArgument<ROLE> argument)
+template <class P, Role ROLE, bool CONST_INPUT>
+Argument bind(TypedArgument<ROLE, CONST_INPUT> argument)
 {
-    static_assert(TypedArgument<ROLE>::template fits<P>(), "the role does not suit the type of the parameter");
+    static_assert(TypedArgument<ROLE, CONST_INPUT>::template fits<P>(), "the role does not suit the type of the parameter");
     using Plain = std::remove_cv_t<std::remove_pointer_t<P>>;
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;

@@ -65,6 +65,8 @@ std::string json(const Argument& argument)
         text += ", \"reads_before\": " + quoted(argument.reads_before.formula ? argument.reads_before.text : "0");
         text += ", \"reads_beyond\": " + quoted(argument.reads_beyond.formula ? argument.reads_beyond.text : "0");
         text += ", \"alignment\": " + std::to_string(argument.alignment ? argument.alignment : argument.element_size);
+        if (argument.aligned_where.formula)
+            text += ", \"aligned_where\": " + quoted(argument.aligned_where.text);
     } else if (argument.role == Role::scalar) {
         text += ", \"typical\": " + number(argument.typical);
     } else if (argument.is_length) {
@@ -90,6 +92,8 @@ std::string json(const Operation& operation)
         operation.arguments, [](const Argument& argument) { return json(argument); }, ",\n      ");
     text += "],\n     \"may_equal\": [" + listed(operation.equal, set_of_names) + "],\n     \"body_and_tail\": ";
     text += operation.body_and_tail.empty() ? "null" : quoted(operation.body_and_tail);
+    text += ",\n     \"own_cases\": ";
+    text += operation.own_cases.empty() ? "null" : quoted(operation.own_cases);
     return text + "}";
 }
 

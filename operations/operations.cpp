@@ -11,17 +11,27 @@ struct Table
     std::vector<Export> others;
 };
 
+// Entries are made in functions of their own: all of them in one, compilers take minutes.
+#if defined(_MSC_VER)
+#define OPERATIONS_APART __declspec(noinline)
+#else
+#define OPERATIONS_APART __attribute__((noinline))
+#endif
+template <class Make>
+OPERATIONS_APART void add(std::vector<Operation>& operations, const std::string& section, const std::string& room,
+                          const Make& make)
+{
+    operations.push_back(make());
+    operations.back().section = section;
+    operations.back().room = room;
+}
+
 Table read_table()
 {
     using namespace describe;
     Table table;
     std::string section;
     std::string room;
-    const auto add = [&](Operation entry) {
-        entry.section = section;
-        entry.room = room;
-        table.operations.push_back(std::move(entry));
-    };
     const auto add_other = [&](Export entry) {
         entry.section = section;
         table.others.push_back(std::move(entry));
@@ -30,7 +40,9 @@ Table read_table()
     section = section_;                                                                                                        \
     room = room_;
 #define OPERATION(name, overload, result, parameters, ...)                                                                     \
-    add(operation(#name, overload, static_cast<result(UTILS_SSE_CALL*) parameters>(&CUtils_SSE::name), __VA_ARGS__));
+    add(table.operations, section, room, [] {                                                                                  \
+        return operation(#name, overload, static_cast<result(UTILS_SSE_CALL*) parameters>(&CUtils_SSE::name), __VA_ARGS__);    \
+    });
 #define EXPORTED(name, result, parameters)                                                                                     \
     add_other(exported(#name, static_cast<result(UTILS_SSE_CALL*) parameters>(&CUtils_SSE::name)));
 #define EXPORTED_MEMBER(name, result, parameters)                                                                              \

@@ -5,6 +5,7 @@
 #ifndef UTILS_SSE_OPERATIONS_H
 #define UTILS_SSE_OPERATIONS_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -19,7 +20,7 @@ namespace operations {
 #define UTILS_SSE_COUNTS(X)                                                                                                    \
     X(n)                                                                                                                       \
     X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)  \
-        X(rampEnd) X(percent)
+        X(rampEnd) X(percent) X(pitch) X(half) X(stride) X(first) X(frameCount) X(weightA) X(weightB)
 
 struct Counts
 {
@@ -95,6 +96,8 @@ struct Argument
     Extent reads_beyond;       ///< elements behind them that may be read and do not matter
     Extent reads_before;       ///< elements in front of the first one that are read
     std::size_t alignment = 0; ///< in bytes, what the contract demands beyond the element's own; 0: nothing
+    bool is_finite = false;    ///< what NaN, infinities and zeros of both signs give is not promised to the bit
+    Extent aligned_where;      ///< if set, it demands this only where the formula is not 0
 
     // Counts
     CountMember member = nullptr;
@@ -105,6 +108,10 @@ struct Argument
 
     bool is_array() const { return role == Role::in || role == Role::out || role == Role::inout; }
     bool is_written() const { return role == Role::out || role == Role::inout; }
+    std::size_t alignment_at(const Counts& counts) const
+    {
+        return std::max(element_size, aligned_where.formula && aligned_where(counts) == 0 ? 0 : alignment);
+    }
     std::size_t bytes(const Counts& counts) const { return extent(counts) * element_size; }
     std::size_t bytes_before(const Counts& counts) const { return reads_before(counts) * element_size; }
     std::size_t bytes_beyond(const Counts& counts) const { return reads_beyond(counts) * element_size; }
@@ -121,8 +128,10 @@ struct Operation
     std::vector<Argument> arguments;
     int block = 1;                               ///< elements in one step of the body
     std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array
+    bool takes_ensemble = false;                 ///< a call handles the few samples of one pixel
     std::string body_and_tail;                   ///< how they differ; empty if they agree
     std::string instruction_set = "SSE2";
+    std::string own_cases;          ///< why the general tests and benchmarks cannot drive it; empty if they do
     AnyFunction function = nullptr; ///< the library's
     Value (*invoke)(AnyFunction, const Value*) = nullptr;
 

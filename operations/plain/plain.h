@@ -36,5 +36,11 @@ struct PLAIN_LIBRARY
 
 #include "bands.inc"
 
+#include "medians.inc"
+
+#include "block_search.inc"
+
+#include "ensembles.inc"
+
 #include "pixel.inc"
 };

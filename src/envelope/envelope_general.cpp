@@ -121,24 +121,22 @@ template <int Signals, int Vectors>
 void add_taps(Sums<Signals>& sums, int t, const float (&stage)[Signals][kStage], const float* h, const Phases& phases)
 {
     f32 sum[Signals][Vectors];
-    for (int s = 0; s < Signals; ++s)
-        for (int v = 0; v < Vectors; ++v)
-            sum[s][v] = load<f32>(&sums[s][t + 4 * v]);
+    const auto for_each = [](const auto& f) UTILS_SSE_LAMBDA {
+        repeat<Signals>([&](auto s) UTILS_SSE_LAMBDA { repeat<Vectors>([&](auto v) UTILS_SSE_LAMBDA { f(s, v); }); });
+    };
+    for_each([&](auto s, auto v) UTILS_SSE_LAMBDA { sum[s][v] = load<f32>(&sums[s][t + 4 * v]); });
 
     int k = 0;
     for (int q = 0; k < phases.taps; ++q) {
         const float* entry = &stage[0][t + q];
         for (const int end = std::min(k + phases.rows, phases.taps); k < end; ++k, entry += phases.stride) {
             const f32 tap = broadcast<f32>(h[k]);
-            for (int s = 0; s < Signals; ++s)
-                for (int v = 0; v < Vectors; ++v)
-                    sum[s][v] = sum[s][v] + load<f32>(entry + s * kStage + 4 * v) * tap;
+            for_each([&](auto s, auto v)
+                         UTILS_SSE_LAMBDA { sum[s][v] = sum[s][v] + load<f32>(entry + s * kStage + 4 * v) * tap; });
         }
     }
 
-    for (int s = 0; s < Signals; ++s)
-        for (int v = 0; v < Vectors; ++v)
-            store(&sums[s][t + 4 * v], sum[s][v]);
+    for_each([&](auto s, auto v) UTILS_SSE_LAMBDA { store(&sums[s][t + 4 * v], sum[s][v]); });
 }
 
 // A tile of outputs by way of the stage.

@@ -101,6 +101,36 @@ UTILS_SSE_INLINE f32 interleave_high(f32 x, f32 y)
 {
     return {_mm_unpackhi_ps(x.v, y.v)};
 }
+// x0 x2 y0 y2, and x1 x3 y1 y3.
+UTILS_SSE_INLINE f32 even_lanes(f32 x, f32 y)
+{
+    return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(2, 0, 2, 0))};
+}
+UTILS_SSE_INLINE f32 odd_lanes(f32 x, f32 y)
+{
+    return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(3, 1, 3, 1))};
+}
+// x0 x1 y0 y1
+UTILS_SSE_INLINE f32 join_low(f32 x, f32 y)
+{
+    return {_mm_movelh_ps(x.v, y.v)};
+}
+// x2 x3, and again x2 x3
+UTILS_SSE_INLINE f32 upper_two(f32 x)
+{
+    return {_mm_movehl_ps(x.v, x.v)};
+}
+// x1 x2 x3 y0
+UTILS_SSE_INLINE f32 following(f32 x, f32 y)
+{
+    const __m128 joined = _mm_move_ss(x.v, y.v); // y0 x1 x2 x3
+    return {_mm_shuffle_ps(joined, joined, _MM_SHUFFLE(0, 3, 2, 1))};
+}
+// 0 x1 x2 x3
+UTILS_SSE_INLINE f32 without_lane_0(f32 x)
+{
+    return {_mm_move_ss(x.v, _mm_setzero_ps())};
+}
 template <>
 UTILS_SSE_INLINE f32 zero<f32>()
 {
@@ -157,6 +187,24 @@ UTILS_SSE_INLINE float fold(f32 x)
     return _mm_cvtss_f32(_mm_add_ss(pairs, _mm_movehl_ps(pairs, pairs)));
 }
 
+// a0 + a1, a2 + a3, b0 + b1, b2 + b3
+UTILS_SSE_INLINE f32 add_neighbours(f32 a, f32 b)
+{
+    const __m128 even = _mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(2, 0, 2, 0)); // a0 a2 b0 b2
+    const __m128 odd = _mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(3, 1, 3, 1));  // a1 a3 b1 b3
+    return {_mm_add_ps(even, odd)};
+}
+// fold(a), fold(b), fold(a), fold(b), and fold(a) .. fold(d).
+UTILS_SSE_INLINE f32 fold(f32 a, f32 b)
+{
+    const f32 pairs = add_neighbours(a, b);
+    return add_neighbours(pairs, pairs);
+}
+UTILS_SSE_INLINE f32 fold(f32 a, f32 b, f32 c, f32 d)
+{
+    return add_neighbours(add_neighbours(a, b), add_neighbours(c, d));
+}
+
 UTILS_SSE_INLINE f32 add_to_lane_0(f32 x, float y)
 {
     return {_mm_add_ss(x.v, _mm_set_ss(y))};
@@ -176,6 +224,14 @@ UTILS_SSE_INLINE f64 operator*(f64 x, f64 y)
 {
     return {_mm_mul_pd(x.v, y.v)};
 }
+UTILS_SSE_INLINE f64 operator/(f64 x, f64 y)
+{
+    return {_mm_div_pd(x.v, y.v)};
+}
+UTILS_SSE_INLINE f64 broadcast_double(double x)
+{
+    return {_mm_set1_pd(x)};
+}
 // lane 0 + lane 1
 UTILS_SSE_INLINE double fold(f64 x)
 {
@@ -189,6 +245,19 @@ UTILS_SSE_INLINE f64 low_to_double(i32 x)
 UTILS_SSE_INLINE f64 high_to_double(i32 x)
 {
     return {_mm_cvtepi32_pd(_mm_unpackhi_epi64(x.v, x.v))};
+}
+UTILS_SSE_INLINE f64 low_to_double(f32 x)
+{
+    return {_mm_cvtps_pd(x.v)};
+}
+UTILS_SSE_INLINE f64 high_to_double(f32 x)
+{
+    return {_mm_cvtps_pd(_mm_movehl_ps(x.v, x.v))};
+}
+// Rounded to nearest: low into lanes 0 and 1, high into lanes 2 and 3.
+UTILS_SSE_INLINE f32 to_float(f64 low, f64 high)
+{
+    return {_mm_movelh_ps(_mm_cvtpd_ps(low.v), _mm_cvtpd_ps(high.v))};
 }
 
 // --- between floats and 32-bit integers ----------------------------------------------------------------------------

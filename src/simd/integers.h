@@ -130,6 +130,27 @@ UTILS_SSE_INLINE V high_halves(V x, V y)
     return {_mm_unpackhi_epi64(x.v, y.v)};
 }
 
+// The lanes with even numbers of x, then those of y; and the same of the odd ones. Bytes below 256 and 16-bit values pass the
+// saturating packs unchanged.
+UTILS_SSE_INLINE u8 even_lanes(u8 x, u8 y)
+{
+    const __m128i mask = _mm_set1_epi16(255);
+    return {_mm_packus_epi16(_mm_and_si128(x.v, mask), _mm_and_si128(y.v, mask))};
+}
+UTILS_SSE_INLINE u8 odd_lanes(u8 x, u8 y)
+{
+    return {_mm_packus_epi16(_mm_srli_epi16(x.v, 8), _mm_srli_epi16(y.v, 8))};
+}
+UTILS_SSE_INLINE i16 even_lanes(i16 x, i16 y)
+{
+    const auto even = [](__m128i z) UTILS_SSE_LAMBDA { return _mm_srai_epi32(_mm_slli_epi32(z, 16), 16); };
+    return {_mm_packs_epi32(even(x.v), even(y.v))};
+}
+UTILS_SSE_INLINE i16 odd_lanes(i16 x, i16 y)
+{
+    return {_mm_packs_epi32(_mm_srai_epi32(x.v, 16), _mm_srai_epi32(y.v, 16))};
+}
+
 // --- 16-bit integers -----------------------------------------------------------------------------------------------
 
 // Sign-extended to 32 bits: each sample is interleaved with its sign.
@@ -328,6 +349,14 @@ UTILS_SSE_INLINE i32 subtract_wrap(i32 x, i32 y)
 {
     return {_mm_sub_epi32(x.v, y.v)};
 }
+// The low 32 bits of the products.
+UTILS_SSE_INLINE i32 multiply_wrap(i32 x, i32 y)
+{
+    const __m128i even = _mm_mul_epu32(x.v, y.v);                                        // p0 . p2 .
+    const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(x.v, 32), _mm_srli_epi64(y.v, 32)); // p1 . p3 .
+    return {
+        _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(2, 0, 2, 0)), _mm_shuffle_epi32(odd, _MM_SHUFFLE(2, 0, 2, 0)))};
+}
 UTILS_SSE_INLINE i32 broadcast_int(int x)
 {
     return {_mm_set1_epi32(x)};
@@ -337,6 +366,11 @@ UTILS_SSE_INLINE int fold_wrap(i32 x)
 {
     const __m128i pairs = _mm_add_epi32(x.v, _mm_shuffle_epi32(x.v, _MM_SHUFFLE(1, 0, 3, 2)));
     return _mm_cvtsi128_si32(_mm_add_epi32(pairs, _mm_shuffle_epi32(pairs, _MM_SHUFFLE(2, 3, 0, 1))));
+}
+// The sums of all lanes of x, of y, of z and of w; each wraps.
+UTILS_SSE_INLINE i32 fold_each_wrap(i32 x, i32 y, i32 z, i32 w)
+{
+    return add_neighbours_wrap(add_neighbours_wrap(x, y), add_neighbours_wrap(z, w));
 }
 UTILS_SSE_INLINE int lane_0(i32 x)
 {
@@ -384,6 +418,16 @@ UTILS_SSE_INLINE i16 widen_low(u8 x)
 UTILS_SSE_INLINE i16 widen_high(u8 x)
 {
     return {_mm_unpackhi_epi8(x.v, _mm_setzero_si128())};
+}
+
+// Bytes 0, 2, 4, .., zero-extended, and bytes 1, 3, 5, ..
+UTILS_SSE_INLINE i16 widen_even(u8 x)
+{
+    return {_mm_and_si128(x.v, _mm_set1_epi16(255))};
+}
+UTILS_SSE_INLINE i16 widen_odd(u8 x)
+{
+    return {_mm_srli_epi16(x.v, 8)};
 }
 
 // (x + y + 1) >> 1

@@ -163,6 +163,27 @@ UTILS_SSE_INLINE void store_eight(unsigned char* p, u8 x)
 {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(p), x.v);
 }
+// From a multiple of 16 bytes: SSE arithmetic takes such operands straight from memory.
+UTILS_SSE_INLINE f32 load_aligned(const float* p)
+{
+    return {_mm_load_ps(p)};
+}
+UTILS_SSE_INLINE f32 load_one(const float* p)
+{
+    return {_mm_load_ss(p)};
+}
+UTILS_SSE_INLINE f32 load_two(const float* p)
+{
+    return {_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)))};
+}
+UTILS_SSE_INLINE void store_two(float* p, f32 x)
+{
+    _mm_storel_pi(reinterpret_cast<__m64*>(p), x.v);
+}
+UTILS_SSE_INLINE void store_upper_two(float* p, f32 x)
+{
+    _mm_storeh_pi(reinterpret_cast<__m64*>(p), x.v);
+}
 
 // x, made here and now. Of integer sums compilers know that any order gives the same result; they regroup and postpone
 // them, and then run out of registers.
@@ -173,6 +194,16 @@ UTILS_SSE_INLINE V in_order(V x)
     __asm__("" : "+x"(x.v));
 #endif
     return x;
+}
+
+// p, of whose contents the compiler knows nothing: it loads constants from there instead of making them.
+template <class T>
+UTILS_SSE_INLINE const T* in_memory(const T* p)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __asm__("" : "+r"(p));
+#endif
+    return p;
 }
 
 // The lowest `Bytes` bytes of a V; load and store move exactly these, the other lanes of a loaded vector are zero.
@@ -207,6 +238,22 @@ struct Part
             ElementMemory<std::uint16_t>::store(p, static_cast<std::uint16_t>(_mm_cvtsi128_si32(x.v)));
         else
             ElementMemory<std::uint8_t>::store(p, static_cast<std::uint8_t>(_mm_cvtsi128_si32(x.v)));
+    }
+};
+
+template <int Bytes>
+struct Part<f32, Bytes>
+{
+    using T = float;
+    static constexpr int elements = Bytes / 4;
+
+    static UTILS_SSE_INLINE f32 load(const float* p)
+    {
+        return {_mm_castsi128_ps(Part<i32, Bytes>::load(reinterpret_cast<const int*>(p)).v)};
+    }
+    static UTILS_SSE_INLINE void store(float* p, f32 x)
+    {
+        Part<i32, Bytes>::store(reinterpret_cast<int*>(p), i32{_mm_castps_si128(x.v)});
     }
 };
 

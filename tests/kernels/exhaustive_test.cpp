@@ -123,4 +123,33 @@ TEST(Exhaustive, EveryGreyLevelAndFillComesBack)
     }
 }
 
+// Every triple of bytes through the filters of three frames, in one call for the body and in calls of 15 for the tail.
+TEST(Exhaustive, TriplesOfBytesInTime)
+{
+    constexpr int n = 65536;
+    Bytes f2(n), f3(n), found(n), expected(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        f2[i] = static_cast<unsigned char>(i);
+        f3[i] = static_cast<unsigned char>(i >> 8);
+    }
+    using Filter = void (*)(unsigned char*, const unsigned char*, const unsigned char*, const unsigned char*, int);
+    const Filter filters[][2] = {{&CUtils_SSE::MedianFilter, &Plain::MedianFilter},
+                                 {&CUtils_SSE::ExtremumFilter, &Plain::ExtremumFilter}};
+    for (const auto& filter : filters)
+        for (int first = 0; first < 256; ++first) {
+            const Bytes f1(n, static_cast<unsigned char>(first));
+            filter[0](found.data(), f1.data(), f2.data(), f3.data(), n);
+            filter[1](expected.data(), f1.data(), f2.data(), f3.data(), n);
+            ASSERT_EQ(found, expected) << "first frame " << first;
+            for (int i = 0; i < n; i += 15) {
+                const int run = std::min(15, n - i);
+                filter[0](&found[static_cast<std::size_t>(i)], f1.data(), &f2[static_cast<std::size_t>(i)],
+                          &f3[static_cast<std::size_t>(i)], run);
+                filter[1](&expected[static_cast<std::size_t>(i)], f1.data(), &f2[static_cast<std::size_t>(i)],
+                          &f3[static_cast<std::size_t>(i)], run);
+            }
+            ASSERT_EQ(found, expected) << "first frame " << first << ", tail";
+        }
+}
+
 } // namespace

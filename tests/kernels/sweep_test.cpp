@@ -105,7 +105,9 @@ public:
             if (Failure failure = run_length(length, 16, 6))
                 return failure;
         for (const long long length : {INT_MIN, -17, -5, -1, 255, 256, 257, 300, 1023, 4099})
-            if (Failure failure = run_length(length, 4, 2))
+            if (length > 300 && operation_.takes_ensemble)
+                break; // the matrix of 4099 firings fills 64 MB
+            else if (Failure failure = run_length(length, 4, 2))
                 return failure;
         return std::nullopt;
     }
@@ -185,7 +187,7 @@ private:
         std::size_t source = npos; // of what shared arguments have in common
         for (std::size_t i = 0; i < arguments_.size(); ++i) {
             const Argument& argument = arguments_[i];
-            const bool tame = data_set_ == 0;
+            const bool tame = data_set_ == 0 || argument.is_finite;
             if (argument.role == Role::count)
                 values_[i] = Value(static_cast<int>(counts_.*argument.member));
             if (argument.role == Role::scalar) {
@@ -249,10 +251,10 @@ private:
 
     void place(std::size_t index)
     {
-        std::size_t alignment = std::max(arguments_[index].alignment, arguments_[index].element_size);
+        std::size_t alignment = arguments_[index].alignment_at(counts_);
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (home(i) == index)
-                alignment = std::max({alignment, arguments_[i].alignment, arguments_[i].element_size});
+                alignment = std::max(alignment, arguments_[i].alignment_at(counts_));
         Position& position = positions_[index];
         position.offset -= position.offset % alignment;
         const Bytes& content = before_[index];
@@ -375,6 +377,15 @@ std::string test_name(const testing::TestParamInfo<std::size_t>& test)
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Kernels, Sweep, testing::Range<std::size_t>(0, operations::all().size()), test_name);
+std::vector<std::size_t> swept()
+{
+    std::vector<std::size_t> indices;
+    for (std::size_t i = 0; i < operations::all().size(); ++i)
+        if (operations::all()[i].own_cases.empty())
+            indices.push_back(i);
+    return indices;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, Sweep, testing::ValuesIn(swept()), test_name);
 
 } // namespace

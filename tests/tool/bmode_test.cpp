@@ -414,6 +414,28 @@ TEST(RfStages, UpsampleShortLinesLikeLongOnes)
         }
 }
 
+TEST(RfStages, LeaveHeadroomAndUnits)
+{
+    std::vector<std::int16_t> rails(64);
+    for (std::size_t i = 0; i < rails.size(); ++i) // the worst that the taps can meet, in the body and at the ends
+        rails[i] = static_cast<std::int16_t>(i / 2 % 2 == 0 ? 32767 : -32768);
+    std::vector<std::int16_t> tone(400);
+    for (std::size_t i = 0; i < tone.size(); ++i)
+        tone[i] = static_cast<std::int16_t>(std::lround(3000 * std::cos(2 * pi * static_cast<double>(i) / 8)));
+    for (const Upsampling upsampling : {Upsampling::full, Upsampling::fast}) {
+        ChainParameters wanted;
+        wanted.rf.upsampling = upsampling;
+        const RfFrame made = RfStages(rf_description(1, 64), wanted.rf).process(rails);
+        for (std::size_t i = 5; i < 58; i += 2) { // between two alike: an overshoot of their sign
+            const double between = made.samples[2 * i + 1 - 2] * double{made.unit};
+            EXPECT_GT(between * rails[i], 0) << i;
+            EXPECT_GT(std::fabs(between), 36000) << i;
+        }
+        const EnvelopeFrame envelope = Chain(rf_description(1, 400), wanted).envelope(tone);
+        EXPECT_NEAR(envelope.values[envelope.values.size() / 2], 3000, 60);
+    }
+}
+
 TEST(RfStages, InterpolateLinesWhereTheyBelong)
 {
     // Each line is a ramp of its own; whole lines, no blank ones, and a place for each.

@@ -1,0 +1,207 @@
+// Medians of short sequences of frames, pixel by pixel, and the filters that favour the extreme frame.
+#include "filters/sorting.h"
+#include "simd/loops.h"
+#include "utils_sse.h"
+
+using namespace simd;
+
+namespace {
+
+// body(run, i) and tail(run, i) compute the elements of a run from i on; run.load() reads one frame of it. Runs of the tail
+// overlap, so that in place some elements are computed again with their result among the inputs: whoever is the median, or
+// the farthest, is so once more.
+template <class V, int Line, class T, class Body, class Tail, class... Streams>
+UTILS_SSE_INLINE void map_frames(T* dst, int n, const Body& body, const Tail& tail, Streams... streams)
+{
+    using Whole = Part<V, 16>;
+    const Rest rest = map_blocks<V::lanes, Line>(
+        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return body(Whole(), i); },
+        [=](std::ptrdiff_t i, V result) UTILS_SSE_LAMBDA { Whole::store(dst + i, result); }, streams...);
+    cover<V::lanes / 2>(rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        using Run = Part<V, count() * static_cast<int>(sizeof(T))>;
+        Run::store(dst + i, tail(Run(), i));
+    });
+}
+
+template <class V>
+UTILS_SSE_INLINE V median_of_three(V a, V b, V c)
+{
+    return maximum(minimum(b, c), minimum(maximum(b, c), a));
+}
+
+// Not the median, and without a look at frame 1, on purpose: see MedianFilter() in utils_sse.h.
+template <class V>
+UTILS_SSE_INLINE V network_of_four(V f2, V f3, V f4, V f5)
+{
+    const V low = minimum(f5, f4);
+    const V high = maximum(f5, f4);
+    const V t = minimum(high, f3);
+    const V u = minimum(maximum(high, f3), f2);
+    const V p = minimum(maximum(t, u), f2);
+    return maximum(maximum(minimum(low, t), minimum(t, u)), p);
+}
+
+template <class V>
+UTILS_SSE_INLINE V median_of_five(V f1, V f2, V f3, V f4, V f5)
+{
+    V values[5] = {f5, f4, f3, f2, f1};
+    SortFive(values);
+    return values[2];
+}
+
+template <class V, class T>
+UTILS_SSE_INLINE void median_of_frames(T* dst, const T* f1, const T* f2, const T* f3, int n)
+{
+    const auto median = [=](auto run, std::ptrdiff_t i)
+                            UTILS_SSE_LAMBDA { return median_of_three(run.load(f1 + i), run.load(f2 + i), run.load(f3 + i)); };
+    map_frames<V, 4>(dst, n, median, median, ahead<1024>(f1), ahead<1024>(f2), ahead<1024>(f3));
+}
+
+template <class T>
+UTILS_SSE_INLINE auto true_median(const T* f1, const T* f2, const T* f3, const T* f4, const T* f5)
+{
+    return [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        return median_of_five(run.load(f1 + i), run.load(f2 + i), run.load(f3 + i), run.load(f4 + i), run.load(f5 + i));
+    };
+}
+
+template <class V, class T>
+UTILS_SSE_INLINE void median_of_frames(T* dst, const T* f1, const T* f2, const T* f3, const T* f4, const T* f5, int n)
+{
+    // The body is the network of four, the tail the median of five.
+    map_frames<V, 4>(
+        dst, n,
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            return network_of_four(run.load(f2 + i), run.load(f3 + i), run.load(f4 + i), run.load(f5 + i));
+        },
+        true_median(f1, f2, f3, f4, f5), ahead<1024>(f1), ahead<1024>(f2), ahead<1024>(f3), ahead<1024>(f4), ahead<1024>(f5));
+}
+
+// The magnitude of a byte read as signed, 0 .. 128: the smaller one of x and 256 - x.
+UTILS_SSE_INLINE u8 signed_magnitude(u8 x)
+{
+    return minimum(x, subtract_wrap(zero<u8>(), x));
+}
+
+UTILS_SSE_INLINE u8 distance_from_mid_grey(u8 x)
+{
+    return absolute_difference(x, broadcast_byte(127));
+}
+
+struct Farthest
+{
+    u8 magnitude, value;
+};
+
+// The first of the values whose magnitude is the largest; callers name the latest frame first.
+template <class... More>
+UTILS_SSE_INLINE Farthest farthest(Farthest first, More... more)
+{
+    if constexpr (sizeof...(more) == 0) {
+        return first;
+    } else {
+        const Farthest other = farthest(more...);
+        const u8 magnitude = maximum(first.magnitude, other.magnitude);
+        return {magnitude, select(equal(first.magnitude, magnitude), first.value, other.value)};
+    }
+}
+
+// (O * (128 - A) + V * A) >> 8 with O the mean of the two others, rounded down. Here and below the weighted sum fits 16
+// unsigned bits, so that it may be taken with a difference that wraps: O * 128 + (V - O) * A.
+UTILS_SSE_INLINE i16 blend_with_two(i16 sum, i16 value, i16 magnitude)
+{
+    const i16 others = shift_right_unsigned<1>(subtract_wrap(sum, value));
+    const i16 weighted = multiply_low(subtract_wrap(value, others), magnitude);
+    return shift_right_unsigned<8>(add_wrap(shift_left<7>(others), weighted));
+}
+
+// (O * (255 - A) + V * A) >> 7 with O the mean of the four others, rounded down.
+UTILS_SSE_INLINE i16 blend_with_four(i16 sum, i16 value, i16 magnitude)
+{
+    const i16 others = shift_right_unsigned<2>(subtract_wrap(sum, value));
+    const i16 weighted = multiply_low(subtract_wrap(value, others), magnitude);
+    return shift_right_unsigned<7>(add_wrap(subtract_wrap(shift_left<8>(others), others), weighted));
+}
+
+template <class... More>
+UTILS_SSE_INLINE i16 sum_low(u8 first, More... more)
+{
+    if constexpr (sizeof...(more) == 0)
+        return widen_low(first);
+    else
+        return add_wrap(widen_low(first), sum_low(more...));
+}
+
+template <class... More>
+UTILS_SSE_INLINE i16 sum_high(u8 first, More... more)
+{
+    if constexpr (sizeof...(more) == 0)
+        return widen_high(first);
+    else
+        return add_wrap(widen_high(first), sum_high(more...));
+}
+
+} // namespace
+
+void CUtils_SSE::MedianFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2, const unsigned char* f3,
+                              int n)
+{
+    median_of_frames<u8>(dst, f1, f2, f3, n);
+}
+
+void CUtils_SSE::MedianFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2, const unsigned char* f3,
+                              const unsigned char* f4, const unsigned char* f5, int n)
+{
+    median_of_frames<u8>(dst, f1, f2, f3, f4, f5, n);
+}
+
+void CUtils_SSE::MedianFilter(short* dst, const short* f1, const short* f2, const short* f3, int n)
+{
+    median_of_frames<i16>(dst, f1, f2, f3, n);
+}
+
+void CUtils_SSE::MedianFilter(short* dst, const short* f1, const short* f2, const short* f3, const short* f4, const short* f5,
+                              int n)
+{
+    median_of_frames<i16>(dst, f1, f2, f3, f4, f5, n);
+}
+
+void CUtils_SSE::ExtremumFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2, const unsigned char* f3,
+                                int n)
+{
+    // The body blends by magnitude about 0, the tail selects by distance from 127.
+    map_frames<u8, 2>(
+        dst, n,
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const u8 a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i);
+            const Farthest far =
+                farthest(Farthest{signed_magnitude(c), c}, Farthest{signed_magnitude(b), b}, Farthest{signed_magnitude(a), a});
+            return narrow_saturate(blend_with_two(sum_low(a, b, c), widen_low(far.value), widen_low(far.magnitude)),
+                                   blend_with_two(sum_high(a, b, c), widen_high(far.value), widen_high(far.magnitude)));
+        },
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const u8 a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i);
+            return farthest(Farthest{distance_from_mid_grey(c), c}, Farthest{distance_from_mid_grey(b), b},
+                            Farthest{distance_from_mid_grey(a), a})
+                .value;
+        },
+        ahead<1024>(f1), ahead<1024>(f2), ahead<1024>(f3));
+}
+
+void CUtils_SSE::ExtremumFilter(unsigned char* dst, const unsigned char* f1, const unsigned char* f2, const unsigned char* f3,
+                                const unsigned char* f4, const unsigned char* f5, int n)
+{
+    // The body blends by distance from 127, the tail is the median of five.
+    map_frames<u8, 1>(
+        dst, n,
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const u8 a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i), d = run.load(f4 + i),
+                     e = run.load(f5 + i);
+            const Farthest far = farthest(Farthest{distance_from_mid_grey(e), e}, Farthest{distance_from_mid_grey(d), d},
+                                          Farthest{distance_from_mid_grey(c), c}, Farthest{distance_from_mid_grey(b), b},
+                                          Farthest{distance_from_mid_grey(a), a});
+            return narrow_saturate(blend_with_four(sum_low(a, b, c, d, e), widen_low(far.value), widen_low(far.magnitude)),
+                                   blend_with_four(sum_high(a, b, c, d, e), widen_high(far.value), widen_high(far.magnitude)));
+        },
+        true_median(f1, f2, f3, f4, f5), ahead<1024>(f1), ahead<1024>(f2), ahead<1024>(f3), ahead<1024>(f4), ahead<1024>(f5));
+}
