@@ -125,10 +125,12 @@ TEST(RealFlow, InACarotidArtery)
         EXPECT_NEAR(lumen.power, row.power, 6e-3);
         EXPECT_NEAR(flow.region(20, 80, 5, 25).power, row.near_power, 6e-3);
         EXPECT_NEAR(far.power, row.far_power, 6e-3);
-        if (!std::isnan(row.far_summed))
+        if (!std::isnan(row.far_summed)) {
             EXPECT_NEAR(far.summed_phase, row.far_summed, 6e-4);
-        if (row.filter == std::string("mean"))
+        }
+        if (row.filter == std::string("mean")) {
             EXPECT_GT(lumen.least_phase, 0.755);
+        }
     }
     const Measured flow("carotid_iq", 12, "mean");
     for (const Pixel& pixel : {Pixel{10, 90, 1.4352, 0.2648, 11.4591, 15.4931, 113.5833, 155.9167},
