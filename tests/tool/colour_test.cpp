@@ -194,6 +194,10 @@ TEST(ColourPicture, ShowsVelocityPowerAndSpread)
     EXPECT_EQ(barred.red[299 * width + 9], 9);
     const auto inked = std::count(barred.red.begin(), barred.red.end(), std::uint8_t{200});
     EXPECT_GT(inked, 100) << "texts";
+    for (const std::size_t row : {8, 18, 257}) { // top, unit, bottom
+        const auto begin = barred.red.begin() + static_cast<std::ptrdiff_t>(row * width);
+        EXPECT_NE(std::count(begin, begin + static_cast<std::ptrdiff_t>(7 * width), std::uint8_t{200}), 0) << row;
+    }
     const ColourImage flat = {
         10, 3, 0, std::vector<std::uint8_t>(30), std::vector<std::uint8_t>(30), std::vector<std::uint8_t>(30)};
     EXPECT_GE(with_bar(flat, priority, {}, {}).height, 64) << "room for the bar";
