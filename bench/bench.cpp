@@ -29,7 +29,7 @@ using operations::Value;
 
 struct Size
 {
-    const char* name;
+    std::string name;
     long long length;  // elements; 0: as many as fit
     std::size_t bytes; // of all arrays together
 };
@@ -39,6 +39,15 @@ struct Size
 constexpr std::size_t kKiB = 1024;
 const Size kSizes[] = {{"7", 7, 0},          {"23", 23, 0},         {"128", 128, 0},
                        {"L1", 0, 16 * kKiB}, {"L2", 0, 256 * kKiB}, {"memory", 0, 512 * kKiB* kKiB}};
+
+// A function that works with few lengths is timed with all of them.
+std::vector<Size> sizes_for(const Operation& op)
+{
+    std::vector<Size> sizes;
+    for (const long long length : op.length().swept)
+        sizes.push_back({std::to_string(length), length, 0});
+    return sizes.empty() ? std::vector<Size>(std::begin(kSizes), std::end(kSizes)) : sizes;
+}
 
 // One block of memory for all runs, filled once: numbers that are ordinary as floats, as samples and as bytes. Outputs go
 // to a second one, so that no loop reads another's results (integers read as floats would be slow denormals).
@@ -60,12 +69,12 @@ struct Memory
         fill(block.get(), size);
     }
 
-    static void fill(unsigned char* p, std::size_t bytes)
+    static void fill(unsigned char* p, std::size_t bytes, double largest = 30000)
     {
         unsigned state = 1;
         for (std::size_t i = 0; i + sizeof(float) <= bytes; i += sizeof(float)) {
             state = state * 1664525u + 1013904223u;
-            const float value = (static_cast<float>(state >> 8) / 8388608.0f - 1.0f) * 30000.0f;
+            const float value = (static_cast<float>(state >> 8) / 8388608.0f - 1.0f) * static_cast<float>(largest);
             std::memcpy(p + i, &value, sizeof value);
         }
     }
@@ -127,10 +136,14 @@ std::vector<Value> place(const Operation& op, const Counts& counts)
     std::size_t out = kFront;
     for (const Argument& argument : op.arguments) {
         if (argument.is_array()) {
-            std::size_t& offset = argument.is_written() ? out : in;
-            unsigned char* p = (argument.is_written() ? output_memory : input_memory).block.get() + offset;
+            const bool own_values = argument.role == Role::in && argument.typical > 0;
+            const bool with_outputs = argument.is_written() || own_values;
+            std::size_t& offset = with_outputs ? out : in;
+            unsigned char* p = (with_outputs ? output_memory : input_memory).block.get() + offset;
             if (argument.role == Role::inout)
                 Memory::fill(p, argument.bytes(counts));
+            if (own_values)
+                Memory::fill(p, argument.bytes(counts), argument.typical);
             values.emplace_back(static_cast<void*>(p));
             offset += (argument.bytes(counts) + 15) / 16 * 16 + kStagger;
         } else if (argument.member != nullptr) {
@@ -191,7 +204,7 @@ bool agrees(const Operation& op, const Candidate& candidate, operations::AnyFunc
     if (outcome(op, function, counts) == outcome(op, op.function, counts))
         return true;
     std::fprintf(stderr, "utils_sse_bench: %s by %s differs from the library at size %s\n", op.title().c_str(),
-                 candidate.name.c_str(), size.name);
+                 candidate.name.c_str(), size.name.c_str());
     return false;
 }
 
@@ -215,9 +228,9 @@ int main(int argc, char** argv)
     bool all_agree = true;
     const std::vector<Operation>& all = operations::all();
     for (std::size_t i = 0; i < all.size(); ++i) {
-        if (!all[i].own_cases.empty())
+        if (!all[i].own_cases.empty() || all[i].takes_ensemble)
             continue; // utils_sse_tasks times it
-        for (const Size& size : kSizes) {
+        for (const Size& size : sizes_for(all[i])) {
             const Counts counts = fitting_counts(all[i], size);
             for (const Candidate& candidate : candidates) {
                 const Operation& op = all[i];

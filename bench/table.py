@@ -73,7 +73,7 @@ def processor():
         return platform.processor()
 
 
-def measured(medians, counters, context, spread, operations):
+def measured(medians, counters, context, spread, operations, own_sizes):
     caches = ", ".join(f"L{c['level']} {c['type'].lower()} {c['size'] // 1024} KB" for c in context["caches"] if c["type"] != "Instruction")
     compilers = "; ".join(c for c in (compiler("g++"), compiler("clang++")) if c)
     names = [name for name in COMPETITORS if any(name in group for group in medians.values())]
@@ -89,6 +89,10 @@ def measured(medians, counters, context, spread, operations):
         "",
     ]
     lines += table(["operation"] + SIZES, [[operation] + [ratios(medians[operation, size], names) for size in SIZES] for operation in operations])
+    own = {operation: [size for o, size in medians if o == operation] for operation in own_sizes}
+    lines += [""] + table(["operation", "length"] + names + ["nanoseconds"], [
+        [operation, size] + [ratio_text(medians[operation, size][name] / medians[operation, size]["utils_sse"]) for name in names] +
+        [f"{medians[operation, size]['utils_sse']:.1f}"] for operation in own for size in own[operation]]) if own else []
     lines += ["", "### Absolute figures", "", "Nanoseconds per call at short lengths; nanoseconds per element and gigabytes per second (each byte read or written counted once) beyond.", ""]
     rows = []
     for operation in operations:
@@ -156,9 +160,11 @@ if __name__ == "__main__":
     medians, counters, context, spread = read(arguments.result)
     with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../operations/table.inc")) as file:
         order = [name + (f" ({overload})" if overload else "") for name, overload in re.findall(r'^OPERATION\((\w+), "([^"]*)"', file.read(), re.M)]
-    operations = operations_of(medians)
+    # Operations that work with few lengths are timed with those and have a table of their own.
+    own_sizes = [operation for operation in operations_of(medians) if not any((operation, size) in medians for size in ("L1", "L2"))]
+    operations = [operation for operation in operations_of(medians) if operation not in own_sizes]
     SIZES = [size for size in SIZES if all((operation, size) in medians for operation in operations)]
-    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations))
+    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations, own_sizes))
     if arguments.tasks:
         replace_between(arguments.document, "<!-- begin: tasks -->", "<!-- end: tasks -->", task_tables(arguments.tasks))
     if arguments.readme:

@@ -1095,6 +1095,140 @@ public:
     static void UTILS_SSE_CALL MixingClutter(int n, float* ensembleI, float* ensembleQ, float theta);
 
     /** @}
+     *  @name Phase and colour lines
+     *  Colour flow: the lines of an ensemble are mixed down and low-passed; the phase of their lag-one autocorrelation is the
+     *  mean Doppler shift.
+     *  @{ */
+
+    /** Four Doppler phases from autocorrelation values, limited, and the same phases negated.
+     *
+     *  For each of the four, with constants as single-precision bit patterns:
+     *  - ay = abs(y) + 1e-10 (0x2edbe6ff), which keeps the ratio finite at the origin;
+     *  - r = (x - ay) / (x + ay), base = pi/4 (0x3f490fdb) where x >= 0; r = (x + ay) / (ay - x), base = 3 pi/4 (0x4016cbe4)
+     *    elsewhere. -0 counts as x >= 0;
+     *  - a = (r * r * 0.1963 - 0.9817) * r + base (0x3e4902de, 0xbf7b50b1 for -0.9817), from left to right: atan2(|y|, x) to
+     *    within 0.011.
+     *
+     *  **The sign does not follow the circle.** The phase is the bitwise OR of (a where y >= 0, else +0) and (-a where x < 0,
+     *  else +0); the second mask is taken from x. So the phase is
+     *
+     *  |        | x < 0 | x >= 0 |
+     *  |--------|-------|--------|
+     *  | y >= 0 | -a    | a      |
+     *  | y < 0  | -a    | +0     |
+     *
+     *  A host that wants the whole circle restores the other signs itself.
+     *
+     *  **Limits are ORed, not clamped.** With hi = bound * pi (0x40490fdb, in single precision) and lo = -hi the result is
+     *  the bitwise OR of the phase p, of hi where p >= hi, and of lo where p <= lo. Phases strictly between the limits are
+     *  unchanged. One that crosses them becomes a number at or beyond the limit, 0x3f69dfff (0.914) for pi/4 and a limit of
+     *  pi/5 (0x3f20d97c), **or NaN,** where one of the two lies in 1 .. 2 and the other in 2 .. 4: a host with a bound from 1/pi
+     *  to 2/pi keeps phases below 2, or tests for NaN. With bound = 1 only phases at -pi are affected.
+     *
+     *  The approximation misses the axes: y = 0 gives -1.8e-6 on the right, 7 units in the last place beyond pi on the left.
+     *  At x = y = 0 the phase is pi/2 or just beside it. NaN in x or y gives NaN, and so do
+     *  infinities in both, except on the lower right.
+     *
+     *  The method is the well-known rational argument with a cubic polynomial (R. Lyons, "Another contender in the
+     *  arctangent race", IEEE Signal Processing Magazine, 2004, and earlier folklore).
+     *  @param      n        not used: there are always four values
+     *  @param[in]  y        4 floats, imaginary parts; not written
+     *  @param[in]  x        4 floats, real parts; not written
+     *  @param      bound    limit in units of pi, usually 0 .. 1; not checked
+     *  @param[out] phase    4 floats, radians; may equal y or x
+     *  @param[out] negated  4 floats: -phase; may equal y or x
+     */
+    static void UTILS_SSE_CALL ATan2Bound(int n, float* y, float* x, float bound, float* phase, float* negated);
+
+    /** One output of a low-pass: samples times taps, summed up.
+     *
+     *  **The body reads samples without their sign:** in whole blocks of 8 a sample of -1 counts as 65535. Sums stand in four
+     *  lanes; of each block the products 0 .. 3 join the lanes first, then the products 4 .. 7; then the lanes are folded
+     *  (see the rules above).
+     *
+     *  **The tail counts half of the body again.** If n is a multiple of 8 the folded sum is the result. If not, float(
+     *  samples[i]) * taps[i], now with the sign, is added for i = 4 (n / 8) .. n - 1, one by one in increasing order: with n
+     *  = 12 the samples 0 .. 3 count once, 4 .. 7 twice and 8 .. 11 once. Below 8 samples the result is the ordinary sum. A
+     *  host that wants the ordinary sum throughout calls it with up to 7 taps, or with non-negative samples and a multiple of 8.
+     *  @param[in] samples  n samples
+     *  @param[in] taps     n floats
+     *  @param     n        number of taps; <= 0 gives 0; block 8
+     *  @return the sum
+     */
+    static float UTILS_SSE_CALL ColorLowPass(const short* samples, const float* taps, int n);
+
+    /** Demodulate() for colour lines: out[i] = float(rf[i] * table[i]) * 2^-15.
+     *
+     *  It differs from Demodulate() in the scale alone: exactly 1/32768 (0x38000000). The product is converted to nearest
+     *  even; the scaling is exact.
+     *
+     *  **The wiring is crossed:** table1 feeds out2 and table2 feeds out1.
+     *  @param[in]  rf      n samples
+     *  @param[in]  table1  n entries, Q15, for out2
+     *  @param[in]  table2  n entries, Q15, for out1
+     *  @param[out] out1    n floats: rf times table2; must not overlap an input
+     *  @param[out] out2    n floats: rf times table1; must not overlap an input
+     *  @param      n       number of samples; block 8
+     */
+    static void UTILS_SSE_CALL DemodulateColor(const short* rf, const short* table1, const short* table2, float* out1,
+                                               float* out2, int n);
+
+    /** One RF line times two carrier tables, as integers: out[i] = (rf[i] * table[i]) >> 7.
+     *
+     *  The product is exact and the shift arithmetic (towards minus infinity): Q15 tables leave 8 fractional bits. The wiring
+     *  is straight, unlike in DemodulateColor(): table1 feeds out1, table2 feeds out2. Unlike in DemodulateNew() the tail is
+     *  computed.
+     *
+     *  **Needs SSE4.1.**
+     *  @param[in]  rf      n samples, at any address
+     *  @param[in]  table1  n entries, Q15, 16-byte aligned
+     *  @param[in]  table2  n entries, Q15, 16-byte aligned
+     *  @param[out] out1    n ints, 16-byte aligned: rf times table1; must not overlap an input
+     *  @param[out] out2    n ints, 16-byte aligned: rf times table2; must not overlap an input
+     *  @param      n       number of samples; block 8
+     */
+    static void UTILS_SSE_CALL DemodulateColorNew(const short* rf, const short* table1, const short* table2, int* out1,
+                                                  int* out2, int n);
+
+    /** @}
+     *  @name FFT support
+     *  @{ */
+
+    /** The table of FFTmagnitude() for one length: with x = k * 6.283185307179586 / n in double precision (multiplied, then
+     *  divided), table[k] = cos(x) and table[n + k] = sin(x), each rounded once to single precision.
+     *
+     *  Zeros of the functions that x misses by its rounding are not zeros of the table: with n = 16, table[4] = cos(x) is
+     *  6.12323426e-17.
+     *  @param n  the length, any; of 0 or less gives a table without entries
+     *  @return 2 max(n, 0) floats, 16-byte aligned, to be released with aligned_free(); null when the heap has no room, or
+     *          when they and their block would need 4 GiB or more
+     */
+    static float* UTILS_SSE_CALL CreateFFTCoeffs(int n);
+
+    /** Magnitudes of n bins of n real samples by a radix-2 recursion, and the largest of them.
+     *
+     *  **This is not the discrete Fourier transform** but a combination of its own, kept as it is. With c[t] = table[t] and
+     *  s[t] = table[n + t], a step with stride s and offset o has four lanes j = 0 .. 3, each with the index
+     *  t = (o + (3 - j) * s) mod n:
+     *  - if 4 s = n: re[j] = input[t], im[j] = 0;
+     *  - else, with A the step of stride 2s and offset o, and B the step of stride 2s and offset o + s/2:
+     *    re[j] = (c[t] * B.re[j] - s[t] * B.im[j]) + A.re[j], im[j] = (s[t] * B.re[j] + c[t] * B.im[j]) + A.re[j].
+     *
+     *  **A.re joins both parts, A.im none.** Bins 4k .. 4k + 3 are combined in the same way from A, the step of stride 2 and
+     *  offset 4k, and B, the one of stride 2 and offset 4k + 1, with t = 4k + j (natural order). Then
+     *  magnitude = sqrt(re * re + im * im). Every product, sum and root is rounded once, as written.
+     *
+     *  Steps that several bins have in common are computed once, which changes no bit: the time grows like n log n up to
+     *  n = 4096, and like n^2 from there on, with a small factor. Uses 17 KB of stack.
+     *  @param[out] magnitude  n floats; must not overlap an input
+     *  @param[in]  input      n floats
+     *  @param[in]  table      2n floats, of CreateFFTCoeffs(n)
+     *  @param      n          a power of two from 16 on; with any other, nothing is written and 1 returned
+     *  @return the largest magnitude, +0 if there is none above 0; NaN among the magnitudes is passed over
+     */
+    static float UTILS_SSE_CALL FFTmagnitude(float* magnitude, const float* input, const float* table, int n);
+
+    /** @}
      *  @name Motion search
      *  Block matching in 8-bit images: where does a reference block reappear? RoughCorrelation() scores a list of positions and
      *  gathers the good ones in clusters; FineCorrelation() takes the positions of these clusters, as they are, and searches

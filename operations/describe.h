@@ -94,22 +94,18 @@ std::string type_list()
 
 // ---- Arguments ------------------------------------------------------------------------------------------------------
 
-// CONST_INPUT: whether an input's type says that it is not written.
-template <Role ROLE, bool CONST_INPUT = true>
+template <Role ROLE, bool CONST = ROLE == Role::in>
 struct TypedArgument : Argument
 {
     template <class P>
     static constexpr bool fits()
     {
-        using Pointee = std::remove_pointer_t<P>;
-        if constexpr (ROLE == Role::in)
-            return std::is_pointer_v<P> && std::is_const_v<Pointee> == CONST_INPUT;
-        else if constexpr (ROLE == Role::count)
+        if constexpr (ROLE == Role::count)
             return std::is_same_v<P, int>;
         else if constexpr (ROLE == Role::scalar)
             return std::is_arithmetic_v<P>;
         else
-            return std::is_pointer_v<P> && !std::is_const_v<Pointee>;
+            return std::is_pointer_v<P> && std::is_const_v<std::remove_pointer_t<P>> == CONST;
     }
 
     TypedArgument&& aligned(std::size_t bytes, Extent where = {}) &&
@@ -152,10 +148,10 @@ struct TypedArgument : Argument
     }
 };
 
-template <Role ROLE, bool CONST_INPUT = true>
-TypedArgument<ROLE, CONST_INPUT> array(const char* name, Extent extent)
+template <Role ROLE, bool CONST = ROLE == Role::in>
+TypedArgument<ROLE, CONST> array(const char* name, Extent extent)
 {
-    TypedArgument<ROLE, CONST_INPUT> argument;
+    TypedArgument<ROLE, CONST> argument;
     argument.name = name;
     argument.role = ROLE;
     argument.extent = std::move(extent);
@@ -166,7 +162,7 @@ inline auto in(const char* name, Extent extent)
 {
     return array<Role::in>(name, std::move(extent));
 }
-// An input whose pointer type would allow writing.
+/** An input whose declaration forgets to say so: its pointer is not one to const. */
 inline auto in_not_const(const char* name, Extent extent)
 {
     return array<Role::in, false>(name, std::move(extent));
@@ -274,10 +270,10 @@ struct Invoker
     }
 };
 
-template <class P, Role ROLE, bool CONST_INPUT>
-Argument bind(TypedArgument<ROLE, CONST_INPUT> argument)
+template <class P, Role ROLE, bool CONST>
+Argument bind(TypedArgument<ROLE, CONST> argument)
 {
-    static_assert(TypedArgument<ROLE, CONST_INPUT>::template fits<P>(), "the role does not suit the type of the parameter");
+    static_assert(TypedArgument<ROLE, CONST>::template fits<P>(), "the role does not suit the type of the parameter");
     using Plain = std::remove_cv_t<std::remove_pointer_t<P>>;
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;

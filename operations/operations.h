@@ -102,9 +102,9 @@ struct Argument
     // Counts
     CountMember member = nullptr;
     bool is_length = false;       ///< the count that grows; every other one takes a few values
-    std::vector<long long> swept; ///< values worth testing, some without an effect
+    std::vector<long long> swept; ///< values worth testing, some without an effect; of a length: all that have one
     Extent swept_from;            ///< if set, the values are relative to this (a line stride to the line)
-    double typical = 0;           ///< count or scalar in everyday use
+    double typical = 0;           ///< count or scalar in everyday use; of an input: its largest float, 0 if that is no matter
 
     bool is_array() const { return role == Role::in || role == Role::out || role == Role::inout; }
     bool is_written() const { return role == Role::out || role == Role::inout; }

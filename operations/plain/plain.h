@@ -12,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 struct PLAIN_LIBRARY
@@ -41,6 +42,10 @@ struct PLAIN_LIBRARY
 #include "block_search.inc"
 
 #include "ensembles.inc"
+
+#include "colour_lines.inc"
+
+#include "fft.inc"
 
 #include "pixel.inc"
 };

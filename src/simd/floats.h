@@ -91,6 +91,19 @@ UTILS_SSE_INLINE f32 not_less(f32 x, f32 y)
 {
     return {_mm_cmpnlt_ps(x.v, y.v)};
 }
+// The same of x >= y: set where an operand is NaN.
+UTILS_SSE_INLINE f32 not_greater_equal(f32 x, f32 y)
+{
+    return {_mm_cmpnge_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 less_equal(f32 x, f32 y)
+{
+    return {_mm_cmple_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 greater_equal(f32 x, f32 y)
+{
+    return {_mm_cmpge_ps(x.v, y.v)};
+}
 
 // x0 y0 x1 y1, and x2 y2 x3 y3.
 UTILS_SSE_INLINE f32 interleave_low(f32 x, f32 y)
@@ -110,16 +123,6 @@ UTILS_SSE_INLINE f32 odd_lanes(f32 x, f32 y)
 {
     return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(3, 1, 3, 1))};
 }
-// x0 x1 y0 y1
-UTILS_SSE_INLINE f32 join_low(f32 x, f32 y)
-{
-    return {_mm_movelh_ps(x.v, y.v)};
-}
-// x2 x3, and again x2 x3
-UTILS_SSE_INLINE f32 upper_two(f32 x)
-{
-    return {_mm_movehl_ps(x.v, x.v)};
-}
 // x1 x2 x3 y0
 UTILS_SSE_INLINE f32 following(f32 x, f32 y)
 {
@@ -130,6 +133,20 @@ UTILS_SSE_INLINE f32 following(f32 x, f32 y)
 UTILS_SSE_INLINE f32 without_lane_0(f32 x)
 {
     return {_mm_move_ss(x.v, _mm_setzero_ps())};
+}
+// The lower half of x, then that of y; and the same of the upper halves.
+UTILS_SSE_INLINE f32 low_halves(f32 x, f32 y)
+{
+    return {_mm_movelh_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 high_halves(f32 x, f32 y)
+{
+    return {_mm_movehl_ps(y.v, x.v)};
+}
+template <int Lane>
+UTILS_SSE_INLINE float get_lane(f32 x)
+{
+    return _mm_cvtss_f32(_mm_shuffle_ps(x.v, x.v, _MM_SHUFFLE(Lane, Lane, Lane, Lane)));
 }
 template <>
 UTILS_SSE_INLINE f32 zero<f32>()
@@ -149,6 +166,11 @@ template <>
 UTILS_SSE_INLINE f32 broadcast<f32>(float x)
 {
     return {_mm_set1_ps(x)};
+}
+template <>
+UTILS_SSE_INLINE f32x2 broadcast<f32x2>(float x)
+{
+    return {{_mm_set1_ps(x)}, {_mm_set1_ps(x)}};
 }
 template <>
 UTILS_SSE_INLINE float broadcast<float>(float x)

@@ -336,6 +336,16 @@ UTILS_SSE_INLINE i32 shift_right(i32 x)
     return {_mm_srai_epi32(x.v, Bits)};
 }
 template <int Bits>
+UTILS_SSE_INLINE i32x2 shift_right(i32x2 x)
+{
+    return {shift_right<Bits>(x.low), shift_right<Bits>(x.high)};
+}
+template <int Bits>
+UTILS_SSE_INLINE int shift_right(int x)
+{
+    return x >> Bits;
+}
+template <int Bits>
 UTILS_SSE_INLINE i32 shift_right_unsigned(i32 x)
 {
     return {_mm_srli_epi32(x.v, Bits)};

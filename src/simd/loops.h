@@ -212,6 +212,47 @@ UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Sou
     for_up_to_three(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, f(load<float>(src + i)...)); });
 }
 
+template <class Results>
+struct Both
+{
+    Results a, b;
+};
+
+// x times a and x times b, element by element. finish() turns exact products, of eight elements, of four or of one, into what
+// is stored. What is left of whole blocks is covered by a last block that ends with the arrays: no output may be an input.
+template <class T, class Finish, class... Streams>
+UTILS_SSE_INLINE void map_products(int n, const short* x, const short* a, const short* b, T* outA, T* outB,
+                                   const Finish& finish, Streams... streams)
+{
+    using Eight = Both<decltype(finish(i32x2()))>;
+    const auto compute = [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        const i16 common = load<i16>(x + i);
+        return Eight{finish(multiply_exact(common, load<i16>(a + i))), finish(multiply_exact(common, load<i16>(b + i)))};
+    };
+    const auto put = [=](std::ptrdiff_t i, const Eight& results) UTILS_SSE_LAMBDA {
+        store(outA + i, results.a);
+        store(outB + i, results.b);
+    };
+    const auto four = [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        const i16 common = load_four(x + i);
+        store(outA + i, finish(multiply_exact(common, load_four(a + i)).low));
+        store(outB + i, finish(multiply_exact(common, load_four(b + i)).low));
+    };
+    const auto one = [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        store(outA + i, finish(multiply_exact(x[i], a[i])));
+        store(outB + i, finish(multiply_exact(x[i], b[i])));
+    };
+    const Rest rest = map_blocks<8, 2>(n, compute, put, streams...);
+    if (n >= 8) {
+        if (rest.count > 0)
+            put(rest.i + rest.count - 8, compute(rest.i + rest.count - 8));
+    } else if (n >= 4) {
+        four(0);
+        four(rest.count - 4);
+    } else
+        for_up_to_three(rest, one);
+}
+
 // --- several outputs of the same inputs ------------------------------------------------------------------------------
 //
 // A group loads the inputs of a whole line, then fills that line of one output after the other: storing block by block to

@@ -136,6 +136,12 @@ UTILS_SSE_INLINE void store(float* p, f32x2 x)
     store(p + 4, x.high);
 }
 
+UTILS_SSE_INLINE void store(int* p, i32x2 x)
+{
+    store(p, x.low);
+    store(p + 4, x.high);
+}
+
 // Parts of a vector, from its low end; the other lanes are zero.
 UTILS_SSE_INLINE i16 load_four(const short* p)
 {

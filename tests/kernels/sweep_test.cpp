@@ -109,6 +109,9 @@ public:
                 break; // the matrix of 4099 firings fills 64 MB
             else if (Failure failure = run_length(length, 4, 2))
                 return failure;
+        for (const long long length : operation_.length().swept)
+            if (Failure failure = run_length(length, 4, 2))
+                return failure;
         return std::nullopt;
     }
 
@@ -119,7 +122,7 @@ private:
     {
         std::size_t combinations = 1;
         for (const Argument& argument : arguments_)
-            combinations *= std::max<std::size_t>(argument.swept.size(), 1);
+            combinations *= argument.is_length ? 1 : std::max<std::size_t>(argument.swept.size(), 1);
         const bool enumerate = combinations <= most_combinations;
         for (std::size_t c = 0; c < std::min(combinations, most_combinations); ++c) {
             choose_counts(length, enumerate ? c : npos);
