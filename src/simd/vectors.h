@@ -6,6 +6,8 @@
 // and rounding must be said.
 #pragma once
 
+#include "simd/bytes.h"
 #include "simd/floats.h"
 #include "simd/integers.h"
+#include "simd/shorts.h"
 #include "simd/types.h"
