@@ -83,11 +83,6 @@ UTILS_SSE_INLINE i16 subtract_saturate(i16 x, i16 y)
 {
     return {_mm_subs_epi16(x.v, y.v)};
 }
-// Values read as unsigned, 0 .. 65535.
-UTILS_SSE_INLINE i16 add_saturate_unsigned(i16 x, i16 y)
-{
-    return {_mm_adds_epu16(x.v, y.v)};
-}
 // The upper 16 bits of the products.
 UTILS_SSE_INLINE i16 multiply_high(i16 x, i16 y)
 {
