@@ -241,8 +241,9 @@ TEST(HarmonicChecks, FindFaultsOfPairsAndMarks)
     // The second firing comes a tenth of a period late, or a little weaker than is known.
     PulseInversionFrame faulty = pairs;
     for (std::int64_t line = 0; line < pairs.frame.description.lines; ++line) {
-        const auto second = faulty.frame.rf.begin() + (2 * line + 1) * samples;
-        std::rotate(second, second + samples - 1, second + samples);
+        const auto length = static_cast<std::ptrdiff_t>(samples);
+        const auto second = faulty.frame.rf.begin() + static_cast<std::ptrdiff_t>(2 * line + 1) * length;
+        std::rotate(second, second + length - 1, second + length);
     }
     EXPECT_EQ(HarmonicPipeline(faulty).wrong().count("sum: fundamental"), 1u);
     faulty = pairs;

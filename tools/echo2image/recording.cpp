@@ -47,7 +47,7 @@ fs::path find_data(const Stated& stated, const fs::path& data_folder)
     if (fs::exists(beside, error))
         return beside;
     const char* folder = std::getenv("UTILS_SSE_DATA");
-    if (folder && *folder != '\0')
+    if (folder && *folder != '\0' && fs::exists(fs::path(folder) / file, error))
         return fs::path(folder) / file;
     reject(stated.path, "file",
            in_quotes(*stated.file) + " beside the description, or in the folder that --data or UTILS_SSE_DATA names",
