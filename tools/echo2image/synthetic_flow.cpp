@@ -1,5 +1,6 @@
 #include "synthetic_flow.h"
 
+#include "bell_table.h"
 #include "portable_math.h"
 #include "synthetic_scanner.h"
 
@@ -77,26 +78,6 @@ struct MovingScatterer
     double along;     // metres, in the vessel's coordinates, at firing 0
     double across;    // metres
     double amplitude; // steps of the converter
-};
-
-// Half a Gaussian bell of height 1 as a table, up to 4 standard deviations (-69 dB).
-class BellTable
-{
-public:
-    static constexpr double reach = 4.0;
-    BellTable()
-    {
-        for (int i = 0; i <= steps; ++i) {
-            const double x = reach * i / steps;
-            values_.push_back(portable::exp(-0.5 * x * x));
-        }
-    }
-    // |x| <= reach
-    double operator()(double x) const { return values_[static_cast<std::size_t>(std::fabs(x) * (steps / reach) + 0.5)]; }
-
-private:
-    static constexpr int steps = 4096;
-    std::vector<double> values_;
 };
 
 // Echoes of one firing: I and Q, [line][sample], noise-free.
