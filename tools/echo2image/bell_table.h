@@ -1,5 +1,5 @@
-#ifndef ECHO2IMAGE_BELL_TABLE_H
-#define ECHO2IMAGE_BELL_TABLE_H
+// The bell of which synthetic pulses and beams are made.
+#pragma once
 
 #include "portable_math.h"
 
@@ -29,5 +29,3 @@ private:
 };
 
 } // namespace echo2image
-
-#endif
