@@ -1,6 +1,7 @@
 #include "bmode_options.h"
 
 #include "bad_input.h"
+#include "filter_options.h"
 #include "units.h"
 
 #include <CLI/CLI.hpp>
@@ -95,6 +96,7 @@ ChainParameters wanted_by(const BmodeOptions& options, const Description& descri
     const double stretched = wanted.sound_speed != 0 ? wanted.sound_speed / description.sound_speed : 1;
     wanted.rf = wanted_of_rf(options, description.sample_spacing * stretched);
     wanted.smooth = options.smooth;
+    wanted.filters = options.filters;
     wanted.scale = options.scale;
     return wanted;
 }
@@ -120,16 +122,21 @@ FrameRange chosen_frames(const BmodeOptions& options, const Description& descrip
     return range;
 }
 
-void add_options(CLI::App& app, BmodeOptions& options)
+void add_input_and_output(CLI::App& app, BmodeOptions& options)
 {
-    app.add_option("RECORDING", options.recording, "Description (.yml), NumPy file (.npy) or MetaImage (.mha, .mhd)")
-        ->required();
+    // Required, but checked later: an option with an optional value may have taken it.
+    app.add_option("RECORDING", options.recording,
+                   "Description (.yml), NumPy file (.npy), MetaImage (.mha, .mhd) or DICOM file (.dcm)");
     app.add_option("-o,--output", options.output, "The picture, a PNG file; of several frames PICTURE-0000.png and so on")
         ->type_name("PICTURE.png");
     app.add_option("--data", options.data, "Folder with the samples that a description names")->type_name("FOLDER");
     CLI::Option* frame = app.add_option("--frame", options.frame, "Frame to show, counted from 0 (default: 0)")->type_name("K");
     app.add_option("--frames", options.frames, "Frames FIRST to END - 1, or all")->type_name("FIRST:END")->excludes(frame);
+}
 
+void add_options(CLI::App& app, BmodeOptions& options)
+{
+    add_input_and_output(app, options);
     const char* grey = "Grey values";
     app.add_option("--dynamic-range", options.dynamic_range, "From white down to black, 1 to 90 dB (default: 60 dB)")
         ->type_name("LEVEL")
@@ -139,6 +146,8 @@ void add_options(CLI::App& app, BmodeOptions& options)
         ->type_name("VALUE")
         ->group(grey);
     app.add_flag("--smooth", options.smooth, "Smooth a little across the lines")->group(grey);
+
+    add_filter_options(app);
 
     const char* lines = "RF lines";
     app.add_flag("--upsample{full}", options.upsample,

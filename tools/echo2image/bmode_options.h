@@ -15,6 +15,7 @@ namespace echo2image {
 // As typed; empty when not given.
 struct BmodeOptions
 {
+    std::string command = "bmode"; // or "filter"
     std::string recording;
     std::string data;
     std::string output;
@@ -37,6 +38,7 @@ struct BmodeOptions
     std::string upsample;
     std::string sound_speed;
     bool smooth = false;
+    std::vector<FilterStep> filters;
     bool scale = false;
     bool timing = false;
 };
@@ -47,10 +49,15 @@ struct FrameRange
     std::int64_t end;
 };
 
-void add_options(CLI::App& app, BmodeOptions& options); // the options must outlive parsing
+// Both: the options must outlive parsing.
+void add_input_and_output(CLI::App& app, BmodeOptions& options);
+void add_options(CLI::App& app, BmodeOptions& options);
 
 // Both throw BadInput.
 ChainParameters wanted_by(const BmodeOptions& options, const Description& description);
 FrameRange chosen_frames(const BmodeOptions& options, const Description& description);
+
+// What bmode and filter do; returns the exit code. Throws BadInput.
+int make_pictures(const BmodeOptions& options);
 
 } // namespace echo2image

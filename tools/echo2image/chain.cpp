@@ -65,6 +65,10 @@ Chain::Chain(const Description& stated, const ChainParameters& wanted) : paramet
     else
         prepare_echoes(stages.description(), wanted);
     parameters_.width = converter_->width();
+    const bool rows = description.geometry.kind == Geometry::Kind::picture;
+    grey_rows_ = rows ? description.samples : lines_;
+    grey_columns_ = rows ? lines_ : detector_ ? detector_->samples() : description.samples;
+    filters(); // finds out whether they can be
     if (wanted.scale && !converter_->size_known())
         throw BadInput(where + "--scale needs pixels of known size; the description lacks column_spacing and row_spacing");
 }
@@ -144,22 +148,36 @@ std::vector<std::uint8_t> Chain::clipped_envelope(const std::vector<std::int16_t
     return result;
 }
 
-GreyImage Chain::picture(const EnvelopeFrame& envelope, StageTimes* times) const
+std::vector<std::uint8_t> Chain::grey(const EnvelopeFrame& envelope, StageTimes* times) const
 {
-    const std::vector<std::uint8_t> grey = compress(envelope, parameters_.reference, parameters_.dynamic_range, times);
-    GreyImage image = converter_->convert(parameters_.smooth ? smooth(grey, lines_, times) : grey, times);
-    if (std::any_of(envelope.clipped.begin(), envelope.clipped.end(), [](std::uint8_t flag) { return flag != 0; })) {
-        image.marks = converter_->convert(envelope.clipped, times).pixels;
+    return grey(compress(envelope, parameters_.reference, parameters_.dynamic_range, times), times);
+}
+
+std::vector<std::uint8_t> Chain::grey(const std::vector<std::uint8_t>& recorded, StageTimes* times) const
+{
+    return parameters_.smooth ? smooth(recorded, lines_, times) : recorded;
+}
+
+GreyImage Chain::shown(const std::vector<std::uint8_t>& grey_lines, const std::vector<std::uint8_t>& clipped,
+                       StageTimes* times) const
+{
+    GreyImage image = converter_->convert(grey_lines, times);
+    if (std::any_of(clipped.begin(), clipped.end(), [](std::uint8_t flag) { return flag != 0; })) {
+        image.marks = converter_->convert(clipped, times).pixels;
         for (std::uint8_t& mark : image.marks)
             mark = mark >= mostly ? 255 : 0;
     }
     return parameters_.scale ? with_scale(image, *converter_) : image;
 }
 
-GreyImage Chain::picture(const std::vector<std::uint8_t>& grey_lines, StageTimes* times) const
+GreyImage Chain::picture(const EnvelopeFrame& envelope, StageTimes* times) const
 {
-    GreyImage image = converter_->convert(parameters_.smooth ? smooth(grey_lines, lines_, times) : grey_lines, times);
-    return parameters_.scale ? with_scale(image, *converter_) : image;
+    return shown(filters().next(grey(envelope, times), times), envelope.clipped, times);
+}
+
+GreyImage Chain::picture(const std::vector<std::uint8_t>& recorded, StageTimes* times) const
+{
+    return shown(filters().next(grey(recorded, times), times), {}, times);
 }
 
 float largest(const EnvelopeFrame& envelope)

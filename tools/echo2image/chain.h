@@ -2,6 +2,7 @@
 #pragma once
 
 #include "bmode.h"
+#include "frame_filters.h"
 #include "rf_stages.h"
 
 #include <cstdint>
@@ -28,6 +29,7 @@ struct ChainParameters
     double dynamic_range = 0;                        // dB; RF and I/Q
     RfOptions rf;                                    // RF only
     bool smooth = false;                             // lines; not pictures
+    std::vector<FilterStep> filters;                 // over the grey frames of a cine
     int width = 0;                                   // pixels, without the margin of the scale
     bool scale = false;
 };
@@ -50,9 +52,18 @@ public:
     // Of a frame of RF or I/Q; only with has_envelope().
     EnvelopeFrame envelope(const std::vector<std::int16_t>& frame, StageTimes* times = nullptr) const;
 
-    // Compression and scan conversion, and the scale when the parameters ask for one. An envelope needs a reference.
+    // Grey lines, or rows of a picture, as the filters take them: compressed (an envelope needs a reference) and smoothed.
+    std::vector<std::uint8_t> grey(const EnvelopeFrame& envelope, StageTimes* times = nullptr) const;
+    std::vector<std::uint8_t> grey(const std::vector<std::uint8_t>& recorded, StageTimes* times = nullptr) const;
+    // The filters, at the start of a cine.
+    FrameFilters filters() const { return {parameters_.filters, grey_rows_, grey_columns_}; }
+    // Scan conversion of grey lines, and the scale when the parameters ask for one. `clipped` is an envelope's.
+    GreyImage shown(const std::vector<std::uint8_t>& grey_lines, const std::vector<std::uint8_t>& clipped,
+                    StageTimes* times = nullptr) const;
+
+    // All of that, of the first or only frame of a cine.
     GreyImage picture(const EnvelopeFrame& envelope, StageTimes* times = nullptr) const;
-    GreyImage picture(const std::vector<std::uint8_t>& grey_lines, StageTimes* times = nullptr) const;
+    GreyImage picture(const std::vector<std::uint8_t>& recorded, StageTimes* times = nullptr) const;
 
 private:
     void prepare_grey_values(const Description& description, const ChainParameters& wanted);
@@ -61,6 +72,8 @@ private:
 
     ChainParameters parameters_;
     std::int64_t lines_ = 0;
+    std::int64_t grey_rows_ = 0;
+    std::int64_t grey_columns_ = 0;
     std::optional<RfStages> stages_; // when there is something to do
     std::optional<EnvelopeDetector> detector_;
     std::optional<ScanConverter> converter_;

@@ -2,6 +2,7 @@
 #include "bmode_options.h"
 #include "commands.h"
 #include "envelope_difference.h"
+#include "filter_options.h"
 #include "npy_write.h"
 #include "progress.h"
 #include "recipe.h"
@@ -123,7 +124,7 @@ class BmodeRun
 public:
     BmodeRun(const BmodeOptions& options, const Recording& recording, const FrameRange& range)
         : options_(options), recording_(recording), range_(range),
-          chain_(recording.description(), wanted_by(options, recording.description()))
+          chain_(recording.description(), wanted_by(options, recording.description())), filters_(chain_.filters())
     {
         if (!options.envelope.empty() && !chain_.has_envelope())
             throw BadInput(options.recording + ": --envelope needs RF or I/Q, found grey values");
@@ -151,7 +152,7 @@ public:
         }
         if (!names.empty()) {
             files_.emplace_back(names.front()); // before the long work
-            recipe_.command = "bmode";
+            recipe_.command = options_.command;
             recipe_.file = options_.recording;
             recipe_.input_digest = recording_.digest();
         }
@@ -161,6 +162,8 @@ public:
             comparison_->set_reference(chain_.parameters().reference);
 
         const auto start = std::chrono::steady_clock::now();
+        if (!names.empty())
+            filters_ = filters_before(recording_, chain_, range_.first, &times_);
         Progress progress("pictures", range_.end - range_.first);
         for (std::int64_t frame = range_.first; frame < range_.end; ++frame) {
             stop_when_interrupted();
@@ -240,13 +243,13 @@ private:
             }
             if (!picture_wanted)
                 return;
-            image = chain_.picture(envelope, &times_);
+            image = chain_.shown(filters_.next(chain_.grey(envelope, &times_), &times_), envelope.clipped, &times_);
         } else {
             const std::vector<std::uint8_t> grey = [&] {
                 const StageTimer timer(&times_, "read", lines);
                 return recording_.read_frame_u8(frame);
             }();
-            image = chain_.picture(grey, &times_);
+            image = chain_.shown(filters_.next(chain_.grey(grey, &times_), &times_), {}, &times_);
         }
         recipe_.frame = frame;
         recipe_.chain = chain_.parameters();
@@ -262,6 +265,7 @@ private:
     FrameRange range_;
     Chain chain_;
     std::optional<Comparison> comparison_;
+    FrameFilters filters_;
     Recipe recipe_;
     EnvelopeFrame kept_;
     std::vector<OutputFile> files_; // of the envelope, when wanted, then of the pictures
@@ -272,11 +276,19 @@ private:
     double pixel_size_ = 0;
 };
 
-int run_bmode(const BmodeOptions& options)
+} // namespace
+
+int make_pictures(const BmodeOptions& options)
 {
+    if (options.recording.empty())
+        throw BadInput(options.command + ": expected a RECORDING, found none");
     if (options.output.empty() && options.envelope.empty() && !options.compare)
-        throw BadInput("bmode: expected an output, -o PICTURE.png, --envelope FILE.npy or --compare, found none");
+        throw BadInput(options.command + ": expected an output, -o PICTURE.png" +
+                       (options.command == "bmode" ? ", --envelope FILE.npy or --compare" : "") + ", found none");
     const Recording recording = Recording::open(options.recording, options.data);
+    if (options.command == "filter" && recording.description().content != Content::bmode)
+        throw BadInput(options.recording + ": filter: expected grey values, found " +
+                       to_string(recording.description().content) + "; bmode takes the same filters");
     const FrameRange range = chosen_frames(options, recording.description());
     BmodeRun run(options, recording, range);
     run.run();
@@ -284,15 +296,16 @@ int run_bmode(const BmodeOptions& options)
     return exit_ok;
 }
 
-} // namespace
-
 Command add_bmode_command(CLI::App& program)
 {
     auto options = std::make_shared<BmodeOptions>();
     CLI::App* app =
         program.add_subcommand("bmode", "Make grey pictures of a recording: envelope, compression, scan conversion");
     add_options(*app, *options);
-    return {app, [options] { return run_bmode(*options); }};
+    return {app, [options, app] {
+                options->filters = chosen_filters(*app, options->recording);
+                return make_pictures(*options);
+            }};
 }
 
 } // namespace echo2image

@@ -64,8 +64,13 @@ Repetition repeat(const Recipe& recipe, const VerifyOptions& options)
         if (recipe.frame >= recording.description().frames)
             throw BadInput("frame " + std::to_string(recipe.frame) + " of " + std::to_string(recording.description().frames));
         const Chain chain(recording.description(), recipe.chain);
-        repetition.image = chain.has_envelope() ? chain.picture(chain.envelope(read_frame(recording, chain, recipe.frame)))
-                                                : chain.picture(recording.read_frame_u8(recipe.frame));
+        FrameFilters filters = filters_before(recording, chain, recipe.frame);
+        if (chain.has_envelope()) {
+            const EnvelopeFrame envelope = chain.envelope(read_frame(recording, chain, recipe.frame));
+            repetition.image = chain.shown(filters.next(chain.grey(envelope)), envelope.clipped);
+        } else {
+            repetition.image = chain.shown(filters.next(chain.grey(recording.read_frame_u8(recipe.frame))), {});
+        }
     } catch (const BadInput& error) {
         if (repetition.input_digest == recipe.input_digest)
             throw;

@@ -2,6 +2,7 @@
 
 #include "bad_input.h"
 #include "digest.h"
+#include "progress.h"
 
 #include <algorithm>
 #include <charconv>
@@ -35,6 +36,7 @@ constexpr char percent[] = "Percent taken away";
 constexpr char upsampled[] = "Upsampled";
 constexpr char interpolated[] = "Lines interpolated";
 constexpr char smoothed[] = "Smoothed";
+constexpr char filters[] = "Filters";
 constexpr char width[] = "Width";
 constexpr char scale[] = "Scale";
 constexpr char pixel_digest[] = "Pixels SHA-256";
@@ -113,6 +115,22 @@ std::vector<std::int16_t> read_frame(const Recording& recording, const Chain& ch
     return chain.needs_firings() ? recording.read_firings_i16(frame) : recording.read_frame_i16(frame);
 }
 
+FrameFilters filters_before(const Recording& recording, const Chain& chain, std::int64_t frame, StageTimes* times)
+{
+    FrameFilters filters = chain.filters();
+    const std::int64_t count = std::min(frame, frames_before(chain.parameters().filters));
+    Progress progress("frames before", count);
+    for (std::int64_t earlier = frame - count; earlier < frame; ++earlier) {
+        stop_when_interrupted();
+        if (chain.has_envelope())
+            filters.next(chain.grey(chain.envelope(read_frame(recording, chain, earlier), times), times), times);
+        else
+            filters.next(chain.grey(recording.read_frame_u8(earlier), times), times);
+        progress.step();
+    }
+    return filters;
+}
+
 std::string program_version()
 {
     return "echo2image " ECHO2IMAGE_VERSION;
@@ -174,6 +192,8 @@ TextFields to_text(const Recipe& recipe)
         text.emplace_back(keyword::interpolated, text_of(chain.rf.interpolate));
     if (chain.smooth)
         text.emplace_back(keyword::smoothed, "yes");
+    if (!chain.filters.empty())
+        text.emplace_back(keyword::filters, to_text(chain.filters));
     text.emplace_back(keyword::width, text_of(chain.width));
     text.emplace_back(keyword::scale, chain.scale ? "yes" : "no");
     text.emplace_back(keyword::pixel_digest, recipe.pixel_digest);
@@ -232,6 +252,13 @@ Recipe recipe_of(const TextFields& text, const std::filesystem::path& picture)
     if (reader.find(keyword::interpolated) != nullptr)
         recipe.chain.rf.interpolate = reader.number<int>(keyword::interpolated, 1);
     recipe.chain.smooth = reader.yes(keyword::smoothed);
+    if (const std::string* filters = reader.find(keyword::filters)) {
+        try {
+            recipe.chain.filters = filters_of(*filters);
+        } catch (const BadInput&) {
+            reader.reject(keyword::filters, "filters such as \"median3, persist 12\"", *filters);
+        }
+    }
     recipe.chain.width = reader.number<int>(keyword::width, 1);
     recipe.chain.scale = reader.yes_or_no(keyword::scale);
     recipe.pixel_digest = reader.required(keyword::pixel_digest);

@@ -15,6 +15,10 @@ namespace echo2image {
 // A frame of RF or I/Q with the firings that the chain needs.
 std::vector<std::int16_t> read_frame(const Recording& recording, const Chain& chain, std::int64_t frame);
 
+// The chain's filters when they have seen all that decides what they make of `frame`, and expect it next. So a picture is
+// the same whichever frames are made with it.
+FrameFilters filters_before(const Recording& recording, const Chain& chain, std::int64_t frame, StageTimes* times = nullptr);
+
 struct Recipe
 {
     enum class Input
@@ -23,7 +27,7 @@ struct Recipe
         synthetic,
     };
     std::string program; // name and version; write_picture() fills it in
-    std::string command; // "bmode" or "demo"
+    std::string command; // "bmode", "filter" or "demo"
     Input input = Input::recording;
     std::string file;         // recording: as the user named it
     std::uint32_t seed = 0;   // synthetic
