@@ -502,7 +502,7 @@ private:
         d_.bandwidth = stated_.bandwidth.value_or(0);
         d_.sound_speed = stated_.sound_speed.value_or(d_.sound_speed);
         d_.offset = stated_.offset.value_or(0);
-        d_.frame_rate = stated_.frame_rate.value_or(0);
+        d_.frame_rate = stated_.frame_rate.value_or(layout_.frame_rate);
         d_.pulse_repetition_frequency = stated_.pulse_repetition_frequency.value_or(0);
         d_.dynamic_range = stated_.dynamic_range.value_or(0);
     }
@@ -710,6 +710,8 @@ void check_layout(Description& description)
     if (description.samples < 1 || description.samples > samples)
         reject(where, "samples", "1 to " + std::to_string(samples), std::to_string(description.samples));
 
+    if (description.format == "DICOM") // its pixels are compressed, as a rule
+        return;
     const std::uint64_t size = InputFile(description.data_file).size();
     const std::uint64_t header = description.header_bytes;
     if (header > static_cast<std::uint64_t>(most_bytes) || size != header + static_cast<std::uint64_t>(bytes))

@@ -70,6 +70,7 @@ struct Layout
     std::vector<std::string> axes; // empty when unknown
     double column_spacing = 0;     // metres; 0 when unknown
     double row_spacing = 0;
+    double frame_rate = 0; // Hz
 };
 
 Stated read_description(const std::filesystem::path& path); // throws BadInput

@@ -15,7 +15,9 @@ void add_filter_options(CLI::App& app)
         if (filter.values == nullptr)
             option = app.add_flag(name, filter.help);
         else
-            option = app.add_option(name, filter.help)->type_name(filter.values)->expected(filter.usual != 0 ? 0 : 1, 1);
+            option = app.add_option(name, filter.help)
+                         ->type_name(filter.usual != 0 ? '[' + std::string(filter.values) + ']' : filter.values)
+                         ->expected(filter.usual != 0 ? 0 : 1, 1);
         option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->group("Filters over the frames, in the order given");
     }
 }

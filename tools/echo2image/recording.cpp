@@ -1,6 +1,7 @@
 #include "recording.h"
 
 #include "description.h"
+#include "dicom.h"
 #include "digest.h"
 #include "input_file.h"
 #include "metaimage.h"
@@ -218,13 +219,18 @@ private:
     std::vector<Sample> frame_;
 };
 
+void expect_frame(const Description& description, std::int64_t frame)
+{
+    if (frame < 0 || frame >= description.frames)
+        reject(description.source, "frame", "0 to " + std::to_string(description.frames - 1), std::to_string(frame));
+}
+
 template <class Sample>
 std::vector<Sample> read_frame(const Description& description, std::int64_t frame, const Firings& firings = {})
 {
     if (sizeof(Sample) != static_cast<std::size_t>(bytes_per_element(description.type)))
         throw std::logic_error(name_of(description.source) + ": the samples are of another type");
-    if (frame < 0 || frame >= description.frames)
-        reject(description.source, "frame", "0 to " + std::to_string(description.frames - 1), std::to_string(frame));
+    expect_frame(description, frame);
     const FramePlan plan = plan_of(description, firings);
     std::vector<Sample> samples;
     try {
@@ -280,6 +286,7 @@ struct Recording::Impl
 {
     Description description;
     std::vector<std::string> texts; // headers and descriptions
+    std::unique_ptr<DicomFile> dicom;
 };
 
 Recording::Recording(Description description) : impl_(std::make_unique<Impl>())
@@ -301,25 +308,30 @@ Recording Recording::open(const fs::path& file, const fs::path& data_folder, Nee
         stated = read_description(file);
         data_file = find_data(*stated, data_folder);
         extension = extension_of(data_file);
-    } else if (extension == ".npy" || is_metaimage(extension)) {
+    } else if (extension == ".npy" || is_metaimage(extension) || extension == ".dcm" || is_dicom(file)) {
         InputFile{file};
         stated = read_description_beside(file);
     } else {
-        reject(file, "", "a recording: a file whose name ends in .yml, .yaml, .npy, .mha or .mhd", in_quotes(extension));
+        reject(file, "", "a recording: a file whose name ends in .yml, .yaml, .npy, .mha, .mhd or .dcm", in_quotes(extension));
     }
 
     Layout layout;
     std::string header;
+    std::unique_ptr<DicomFile> dicom;
     if (extension == ".npy") {
         layout = read_npy_header(data_file);
     } else if (is_metaimage(extension)) {
         MetaImage image = read_metaimage_header(data_file);
         layout = std::move(image.layout);
         header = std::move(image.header);
+    } else if (extension == ".dcm" || is_dicom(data_file)) {
+        dicom = std::make_unique<DicomFile>(data_file);
+        layout = dicom->layout();
     } else {
         layout = layout_of_raw(*stated, data_file);
     }
     Recording recording(complete(file, stated ? &*stated : nullptr, layout, need));
+    recording.impl_->dicom = std::move(dicom);
     if (!header.empty())
         recording.impl_->texts.push_back(std::move(header));
     if (stated)
@@ -354,7 +366,10 @@ std::vector<std::int16_t> Recording::read_ensembles_i16(std::int64_t frame, std:
 
 std::vector<std::uint8_t> Recording::read_frame_u8(std::int64_t frame) const
 {
-    return read_frame<std::uint8_t>(description(), frame);
+    if (!impl_->dicom)
+        return read_frame<std::uint8_t>(description(), frame);
+    expect_frame(description(), frame);
+    return impl_->dicom->frame(frame);
 }
 
 std::string Recording::digest() const

@@ -56,7 +56,7 @@ struct Description
 {
     std::filesystem::path source;    // the file the user named
     std::filesystem::path data_file; // where the samples are; equals source for .npy and .mha
-    std::string format;              // "raw", "npy" or "MetaImage"
+    std::string format;              // "raw", "npy", "MetaImage" or "DICOM"
     Content content = Content::rf;
     ElementType type = ElementType::int16;
     std::uint64_t header_bytes = 0;
@@ -97,8 +97,8 @@ enum class Need
 class Recording
 {
 public:
-    // Opens a YAML description (.yml, .yaml), a NumPy file (.npy; with a description of the same name beside it) or a
-    // MetaImage (.mha, .mhd; with or without one). A data file that a description names is looked up in `data_folder`;
+    // Opens a YAML description (.yml, .yaml), a NumPy file (.npy; with a description of the same name beside it), a
+    // MetaImage (.mha, .mhd; with or without one) or a DICOM file (.dcm, or whatever bears its mark; likewise). A data file that a description names is looked up in `data_folder`;
     // when that is empty, beside the description and then in the folder that the environment variable UTILS_SSE_DATA
     // names. Throws BadInput. The formats are described in docs/recordings.md.
     static Recording open(const std::filesystem::path& file, const std::filesystem::path& data_folder = {},
