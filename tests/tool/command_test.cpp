@@ -169,7 +169,7 @@ protected:
 TEST_F(Commands, SayWhatTheyDo)
 {
     EXPECT_EQ(run("--version").out.rfind("echo2image ", 0), 0u);
-    for (const char* command : {"bmode", "demo", "info", "verify"}) {
+    for (const char* command : {"bmode", "demo", "filter", "info", "verify"}) {
         EXPECT_NE(run("--help").out.find(command), std::string::npos);
         EXPECT_EQ(run(std::string(command) + " --help").code, 0);
     }
@@ -193,6 +193,8 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
         "bmode iq.yml -o picture.png --decimation 2 --frame 1 --smooth --sound-speed 1500",
         "bmode grey.yml -o picture.png --width 200 --scale --smooth --sound-speed '1500 m/s'",
         "bmode picture.yml -o picture.png --frame 2",
+        "bmode rf.yml -o picture.png --frame 2 --median3 --smooth --median2d 5 --persist 12",
+        "bmode picture.yml -o picture.png --frame 2 --box --average 2",
     };
     for (const std::string& arguments : cases) {
         SCOPED_TRACE(arguments);
@@ -230,6 +232,46 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
     EXPECT_TRUE(recipe.chain.smooth);
     EXPECT_GT(picture.image.width, 333);
     EXPECT_EQ(recipe.pixel_digest, digest_of(picture.image));
+}
+
+TEST_F(Commands, FilterCines)
+{
+    expect_success("filter grey.yml -o a.png --frames all --persist 12 --median2d --median3 --persist=4 --scale");
+    const PngPicture last = read_png(folder / "a-0002.png");
+    const Recipe recipe = recipe_of(last.text, "a-0002.png");
+    EXPECT_EQ(recipe.command, "filter");
+    EXPECT_EQ(to_text(recipe.chain.filters), "persist 12, median2d 3, median3, persist 4"); // as given, twice if given twice
+    for (const char* name : {"a-0000.png", "a-0002.png"})
+        EXPECT_EQ(run(std::string("verify ") + name).code, 0) << name;
+    // A picture is the same whichever frames are made with it, and whatever stands in front of the recording's name.
+    expect_success("filter --frame 2 -o b.png --scale --persist 12 --median2d 3 --median3 --persist 4 grey.yml");
+    EXPECT_EQ(content_of(folder / "b.png"), content_of(folder / "a-0002.png"));
+    expect_success("filter --frame 2 -o b.png --median2d grey.yml --median3");
+    expect_success("bmode --frame 2 -o c.png --median2d 3 --median3 grey.yml");
+    EXPECT_EQ(read_png(folder / "b.png").image.pixels, read_png(folder / "c.png").image.pixels);
+    expect_success("filter --frame 2 -o c.png --median3 --median2d grey.yml");
+    EXPECT_NE(read_png(folder / "b.png").image.pixels, read_png(folder / "c.png").image.pixels) << "their order matters";
+    // Of RF: frame 1 is twice as strong as its neighbours, and the median hides it.
+    expect_success("bmode rf.yml -o d.png --frames 1:3 --reference 2000 --median3");
+    expect_success("bmode rf.yml -o e.png --frames 1:3 --reference 2000 --average 2");
+    const std::vector<std::uint8_t> hidden = read_png(folder / "d-0002.png").image.pixels;
+    EXPECT_LT(*std::max_element(hidden.begin(), hidden.end()), 235);
+    EXPECT_EQ(run("verify d-0002.png").code, 0);
+    EXPECT_NE(content_of(folder / "d-0001.png"), content_of(folder / "e-0001.png"));
+
+    expect_refusal("filter grey.yml -o x.png", "at least one filter");
+    expect_refusal("filter rf.yml -o x.png --median3", "rf.yml: filter: expected grey values, found rf; bmode takes");
+    expect_refusal("filter -o x.png --median2d", "filter: expected a RECORDING");
+    expect_refusal("filter grey.yml --median3", "filter: expected an output, -o PICTURE.png, found none");
+    expect_refusal("filter grey.yml -o x.png --median3=2", "--median3: expected no value, found \"2\"");
+    expect_refusal("filter grey.yml -o x.png --persist 16", "--persist: expected 1..15, found \"16\"");
+    expect_refusal("filter grey.yml -o x.png --median2d 7", "--median2d: expected 3|5, found \"7\"");
+    PngPicture changed = last;
+    for (auto& [keyword, text] : changed.text)
+        if (keyword == "Filters")
+            text = "persist 12, median4";
+    rewrite("changed.png", changed.image, changed.text);
+    expect_refusal("verify changed.png", "\"Filters\" must be filters such as");
 }
 
 TEST_F(Commands, FindWhatDiffers)

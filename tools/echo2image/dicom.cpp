@@ -131,10 +131,13 @@ DicomFile::DicomFile(const fs::path& file) : impl_(std::make_unique<Impl>())
     if (data.findAndGetElement(DCM_PixelData, pixels).bad())
         reject(file, "PixelData", "the pixels of " + std::to_string(frames) + " frames", "none");
     const bool encapsulated = DcmXfer(data.getOriginalXfer()).isEncapsulated();
-    const std::int64_t wanted = rows * columns * channels * frames;
-    if (!encapsulated && std::int64_t{pixels->getLength()} < wanted &&
-        text_of(data, DCM_PhotometricInterpretation) != "YBR_FULL_422")
-        reject(file, "PixelData", std::to_string(wanted) + " bytes", std::to_string(pixels->getLength()));
+    if (channels != 1 && channels != 3)
+        reject(file, "SamplesPerPixel", "1 or 3", std::to_string(channels));
+    const bool halved_colours = text_of(data, DCM_PhotometricInterpretation) == "YBR_FULL_422";
+    const std::int64_t frame_bytes = rows * columns * (halved_colours ? 2 : channels);
+    if (!encapsulated && pixels->getLength() / frame_bytes < frames)
+        reject(file, "PixelData", std::to_string(frames) + " frames of " + std::to_string(frame_bytes) + " bytes",
+               std::to_string(pixels->getLength()) + " bytes");
 
     layout_.data_file = file;
     layout_.format = "DICOM";
