@@ -292,7 +292,7 @@ TEST_F(DicomFiles, SayWhatIsWrongWithThem)
     expect("PixelData: expected 3 frames of 210 bytes, found 628 bytes", [](OwnDicomFile& f) { f.pixels.resize(628); });
     expect("PixelData: expected 2147483647 frames", [](OwnDicomFile& f) { f.frames = "2147483647"; });
     expect("frame 0: expected a picture that can be decoded", [](OwnDicomFile& f) { f.photometric = "PALETTE COLOR"; });
-    for (const std::uintmax_t size : {133, 300, 700, 1200}) {
+    for (const std::uintmax_t size : {133U, 300U, 700U, 1200U}) {
         OwnDicomFile().write(folder / "cut.dcm");
         fs::resize_file(folder / "cut.dcm", size);
         expect_refusal("cut.dcm", "expected");
