@@ -1095,7 +1095,7 @@ public:
      *  them with about 256 / (frames that cover the pixel), and uncovered pixels of a frame with 0.
      *
      *  A list is an array of pointers to frames of n elements each; a frame may appear in it several times. Without frames
-     *  the sums are 0. In place means that dst may equal any frame of the list.
+     *  the sums are 0 (but the last two functions copy frame 0). In place means that dst may equal any frame of the list.
      *  @{ */
 
     /** Mean of byte frames: dst[i] = bits 8 .. 15 of S * mask[i], with S the sum of frames[j][i] over all frames.
@@ -1336,7 +1336,7 @@ public:
      *  0.125 (0x3E000000), 0.1 (0x3DCCCCCD) or **0.0833332986 (0x3DAAAAA6), which is 0.0833333 and not 1/12** (0x3DAAAAAB).
      *  Each output is one float. re and im are stored first, then power, then spread.
      *
-     *  **Any other n**, on purpose unlike these: terms are added in increasing k to 0. **spread is relative to the power of the
+     *  **Any other n**, on purpose unlike these: terms are added in increasing k, starting from 0. **spread is relative to the power of the
      *  first n - 1 samples**, so that it is 0 for a pure tone. R0 is the last sample's power plus that of the others, and is
      *  divided by n. **Each output is four floats**, all of the same value, and **a null output is skipped**. For n = 1 no
      *  sample is read and everything is 0; for n = 0 power is NaN and the rest 0; below that everything is 0.
@@ -1370,7 +1370,7 @@ public:
      *  n = 10 twice, the second time with a copy of the matrix that begins with row 1, and takes outputs 1, 3, .. 9 from places
      *  0, 2, .. 8 of the second result.
      *
-     *  **Any other n.** Each row is summed to 0 in increasing c, in single precision. n <= 0 does nothing.
+     *  **Any other n.** Each row is summed in increasing c, starting from 0, in single precision. n <= 0 does nothing.
      *  @param      n       firings
      *  @param[in]  inI     n floats; for n = 10 16-byte aligned, with elements 10 and 11 readable, which do not matter
      *  @param[in]  inQ     likewise
@@ -1384,7 +1384,8 @@ public:
      *  I'[k] = c I[k] - s Q[k] and Q'[k] = c Q[k] + s I[k] with c and s the cosine and sine of k * theta. With theta the
      *  negative phase step of moving tissue its clutter comes to rest, where a clutter filter removes it.
      *
-     *  **n = 8, 10, 12: c and s are approximations**, off by 0.0011 at most, all in single precision. With
+     *  **n = 8, 10, 12: c and s are approximations** in single precision, off by 0.0011 for theta from -2 pi to 2 pi. Reduce larger
+     *  steps: the error grows to 0.0023 at 1000 and 0.01 at 10,000 radians, and far beyond c and s are no longer bounded. With
      *  2 pi = 6.28318548 (0x40C90FDB), pi = 3.14159274 (0x40490FDB) and pi/2 = 1.57079637 (0x3FC90FDB):
      *
      *      x[0] = 0, x[k] = float(k) * theta
@@ -1399,7 +1400,7 @@ public:
      *  **Any other n**: c and s are cosine and sine of float(k) * theta by the C library in double precision, rounded once, with
      *  no reduction to -pi .. pi before. n <= 0 does nothing.
      *  @param         n          firings
-     *  @param[in,out] ensembleI  n floats; for n = 10 elements 10 and 11 must be accessible and keep their values
+     *  @param[in,out] ensembleI  n floats; for n = 10 elements 10 and 11 may be read and written back with their values
      *  @param[in,out] ensembleQ  likewise; must not overlap ensembleI
      *  @param         theta      radians per firing
      */
@@ -1434,11 +1435,12 @@ public:
      *  the bitwise OR of the phase p, of hi where p >= hi, and of lo where p <= lo. Phases strictly between the limits are
      *  unchanged. One that crosses them becomes a number at or beyond the limit, 0x3f69dfff (0.914) for pi/4 and a limit of
      *  pi/5 (0x3f20d97c), **or NaN,** where one of the two lies in 1 .. 2 and the other in 2 .. 4: a host with a bound from 1/pi
-     *  to 2/pi keeps phases below 2, or tests for NaN. With bound = 1 only phases at -pi are affected.
+     *  to 2/pi keeps phases below 2, or tests for values that are not finite. With bound = 1 only phases at -pi are affected.
      *
      *  The approximation misses the axes: y = 0 gives -1.8e-6 on the right, 7 units in the last place beyond pi on the left.
-     *  At x = y = 0 the phase is pi/2 or just beside it. NaN in x or y gives NaN, and so do
-     *  infinities in both, except on the lower right.
+     *  At x = y = 0 the phase is pi/2 or just beside it. Within 1e-10 of an axis or of the
+     *  origin that small number bends the phase, and where |x| + |y| leaves the range of floats it is pi/4 or -3 pi/4. NaN in x
+     *  or y gives NaN, and so does an infinity in either, except on the lower right, where the phase is 0.
      *
      *  The method is the well-known rational argument with a cubic polynomial (R. Lyons, "Another contender in the
      *  arctangent race", IEEE Signal Processing Magazine, 2004, and earlier folklore).
@@ -1559,7 +1561,9 @@ public:
      *  - value = float(C) k / (float(H) float(W) / 2 - 1), the division in double (rough);
      *    value = float(C) k / (float(H) float(W) - 1) (fine).
      *  - The score is **the low 8 bits** of |value truncated to an integer|: values from 256 on wrap, so that a perfect match
-     *    may score next to nothing. In the rough search it lies just above 255; pass the deviation slightly enlarged.
+     *    may score next to nothing. In the fine search it reaches 256 for blocks of up to 256 pixels or of little contrast; in the
+     *  rough search it lies at about 255 (2 half + 2) / (2 half + 1), more where the even rows have more contrast. A host
+     *  enlarges the deviation by that factor and some per cent.
      *    Opposite contrast scores like equal contrast. NaN and infinite values (flat blocks) score 0.
      *
      *  Differences wrap to 16 bits (a mean far outside 0 .. 255), sums to 32 bits, signed: S can wrap from about 130 000
