@@ -51,6 +51,7 @@ public:
         tissue,
         noise,
         noise_of_second_firing,
+        noise_of_second_frame = 20,
     };
     RandomStream(std::uint32_t seed, Purpose purpose)
     {
