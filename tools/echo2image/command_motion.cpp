@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -75,6 +76,7 @@ MotionOptions wanted_by(const MotionCommandOptions& typed)
         options.search_columns = options.search_rows = static_cast<int>(whole_number("--search", typed.search, 0, 16384));
     if (!typed.threshold.empty())
         options.threshold = quantity_of("--threshold", typed.threshold, Quantity::number, 0, 1);
+    check_motion_options(options, std::numeric_limits<int>::max(), std::numeric_limits<int>::max());
     return options;
 }
 
@@ -121,10 +123,10 @@ void report(const MotionCommandOptions& typed, const MotionPicture& picture)
 
 int run_motion(const MotionCommandOptions& typed)
 {
-    const Recording recording = Recording::open(typed.recording, typed.data);
-    const Description& description = recording.description();
     Recipe recipe;
     recipe.motion.emplace().options = wanted_by(typed);
+    const Recording recording = Recording::open(typed.recording, typed.data);
+    const Description& description = recording.description();
     recipe.frame = whole_number("A", typed.frames[0], 0, description.frames - 1);
     recipe.motion->second_frame = whole_number("B", typed.frames[1], 0, description.frames - 1);
     ChainParameters wanted;

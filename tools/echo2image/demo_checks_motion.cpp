@@ -1,6 +1,5 @@
 #include "demo_checks.h"
 
-#include <algorithm>
 #include <cmath>
 
 namespace echo2image {
@@ -17,7 +16,6 @@ std::vector<Check> check_motion(const MotionPicture& picture, const MotionOption
     const double pixel = picture.pixel_size;
 
     std::vector<double> errors;
-    double longest = 0; // true displacement of a tracked block
     for (const BlockMotion& block : picture.blocks) {
         if (!block.tracked())
             continue;
@@ -27,7 +25,6 @@ std::vector<Check> check_motion(const MotionPicture& picture, const MotionOption
         double down = 0;
         pair.truth.displacement(lateral, depth, right, down);
         errors.push_back(std::hypot(block.right - right / pixel, block.down - down / pixel));
-        longest = std::max(longest, std::hypot(right, down) / pixel);
     }
     const double blocks = static_cast<double>(picture.blocks.size());
     std::vector<Check> checks;

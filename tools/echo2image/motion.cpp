@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <new>
 
@@ -17,7 +18,9 @@ namespace {
 
 constexpr int fine_reach = 5;   // pixels around a start position, by contract of the fine search
 constexpr int column_shift = 4; // that the fine search adds to columns
+constexpr int tile = 15;        // pixels within which candidates share a slot, by contract of the searches
 constexpr int full_score = 255;
+constexpr float least_deviation = 3; // grey values; below, what correlates is rounding, compression and noise
 constexpr int pixels_per_step = 32;
 constexpr int most_block_columns = 256; // with these, no sum leaves 32 bits
 constexpr int most_block_rows = 255;
@@ -85,11 +88,10 @@ public:
             std::copy_n(first.pixels.begin() + std::ptrdiff_t{row + r} * first.width + column, options_.block_columns,
                         reference_.get() + r * options_.block_columns);
         const Reference reference = measure();
-        if (reference.fine_deviation == 0)
+        if (reference.fine_deviation < least_deviation)
             return motion;
         motion.outcome = BlockMotion::Outcome::poor;
-        list_candidates(column, row);
-        const int starts = search_roughly(reference);
+        const int starts = search_roughly(reference, column, row);
         const int slots = search_finely(reference, starts);
         int best = 0;
         for (int slot = 1; slot <= slots; ++slot) {
@@ -99,6 +101,10 @@ public:
             if (fine_best_[i] <= best || !same_contrast(reference.mean, column + right, row + down))
                 continue;
             best = fine_best_[i];
+            if (std::abs(right) > options_.search_columns || std::abs(down) > options_.search_rows) {
+                motion.outcome = BlockMotion::Outcome::edge;
+                continue;
+            }
             motion.outcome = BlockMotion::Outcome::tracked;
             motion.right = right;
             motion.down = down;
@@ -127,33 +133,40 @@ private:
         return reference;
     }
 
-    // Blocks that lie wholly in the picture; columns count from the border's.
-    void list_candidates(int column, int row)
+    // The best candidate of each tile of the search range starts a fine search; false peaks may look better roughly. In tiles of
+    // this size the rough search opens one slot at most. Candidates lie wholly in the picture.
+    int search_roughly(const Reference& reference, int column, int row)
     {
-        candidate_rows_.clear();
-        candidate_columns_.clear();
-        const int last_row = std::min(rows_ - options_.block_rows, row + options_.search_rows);
-        const int last_column = std::min(columns_ - options_.block_columns, column + options_.search_columns);
-        for (int r = std::max(0, row - options_.search_rows); r <= last_row; ++r)
-            for (int c = std::max(0, column - options_.search_columns); c <= last_column; ++c) {
-                candidate_rows_.push_back(static_cast<unsigned short>(r));
-                candidate_columns_.push_back(static_cast<unsigned short>(c + fine_reach));
-            }
-    }
-
-    int search_roughly(const Reference& reference)
-    {
-        const std::size_t slots = candidate_rows_.size() + 1;
+        const int first_row = std::max(0, row - options_.search_rows);
+        const int first_column = std::max(0, column - options_.search_columns);
+        const int rows = std::min(rows_ - options_.block_rows, row + options_.search_rows) + 1 - first_row;
+        const int columns = std::min(columns_ - options_.block_columns, column + options_.search_columns) + 1 - first_column;
+        const int tile_rows = (rows + tile - 1) / tile;
+        const int tile_columns = (columns + tile - 1) / tile;
+        const std::size_t slots = static_cast<std::size_t>(tile_rows) * static_cast<std::size_t>(tile_columns) + 1;
         rough_rows_.resize(slots);
         rough_columns_.resize(slots);
         rough_best_.assign(slots, 0);
-        int used = 0;
-        CUtils_SSE::RoughCorrelation(image_.data(), candidate_rows_.data(), candidate_columns_.data(), rough_rows_.data(),
-                                     rough_columns_.data(), static_cast<int>(candidate_rows_.size()), &used, work_.get(),
-                                     reference_.get(), rough_best_.data(), half_, stride_, rows_, scratch_.get(),
-                                     options_.block_columns, reference.rough_deviation, static_cast<float>(reference.mean),
-                                     static_cast<int>(rough_share_of_threshold * rough_full_score * options_.threshold));
-        return used;
+        int starts = 0;
+        for (int i = 0; i < tile_rows; ++i)
+            for (int j = 0; j < tile_columns; ++j) {
+                candidate_rows_.clear();
+                candidate_columns_.clear();
+                for (int r = rows * i / tile_rows; r < rows * (i + 1) / tile_rows; ++r)
+                    for (int c = columns * j / tile_columns; c < columns * (j + 1) / tile_columns; ++c) {
+                        candidate_rows_.push_back(static_cast<unsigned short>(first_row + r));
+                        candidate_columns_.push_back(static_cast<unsigned short>(first_column + c + fine_reach));
+                    }
+                int used = 0;
+                CUtils_SSE::RoughCorrelation(
+                    image_.data(), candidate_rows_.data(), candidate_columns_.data(), rough_rows_.data() + starts,
+                    rough_columns_.data() + starts, static_cast<int>(candidate_rows_.size()), &used, work_.get(),
+                    reference_.get(), rough_best_.data() + starts, half_, stride_, rows_, scratch_.get(),
+                    options_.block_columns, reference.rough_deviation, static_cast<float>(reference.mean),
+                    static_cast<int>(rough_share_of_threshold * rough_full_score * options_.threshold));
+                starts += used;
+            }
+        return starts;
     }
 
     // Positions written are those of the blocks' middles in the picture without border.
@@ -211,7 +224,16 @@ private:
 
 const char* to_string(BlockMotion::Outcome outcome)
 {
-    return outcome == BlockMotion::Outcome::tracked ? "tracked" : outcome == BlockMotion::Outcome::poor ? "poor" : "flat";
+    switch (outcome) {
+    case BlockMotion::Outcome::tracked:
+        return "tracked";
+    case BlockMotion::Outcome::edge:
+        return "edge";
+    case BlockMotion::Outcome::poor:
+        return "poor";
+    default:
+        return "flat";
+    }
 }
 
 void check_motion_options(const MotionOptions& options, int width, int height)

@@ -26,8 +26,9 @@ struct BlockMotion
     enum class Outcome
     {
         tracked,
+        edge, // the best match lies beyond the search range, so that a better one may lie further away
         poor, // nothing in reach is alike enough
-        flat, // no contrast to recognise
+        flat, // no contrast to recognise: a standard deviation below 3 grey values
     };
     int column; // of its top left corner in the first picture
     int row;

@@ -1,7 +1,6 @@
 #include "motion_recording.h"
 
 #include "bad_input.h"
-#include "recipe.h"
 
 namespace echo2image {
 
