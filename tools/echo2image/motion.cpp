@@ -18,7 +18,9 @@ namespace {
 
 constexpr int fine_reach = 5;   // pixels around a start position, by contract of the fine search
 constexpr int column_shift = 4; // that the fine search adds to columns
-constexpr int tile = 15;        // pixels within which candidates share a slot, by contract of the searches
+constexpr int overhang = 5;     // pixels by which candidates of the rough search may leave the picture
+constexpr int border = overhang + fine_reach;
+constexpr int tile = 15; // pixels within which candidates share a slot, by contract of the searches
 constexpr int full_score = 255;
 constexpr float least_deviation = 3; // grey values; below, what correlates is rounding, compression and noise
 constexpr int pixels_per_step = 32;
@@ -66,16 +68,16 @@ class Matcher
 public:
     Matcher(const GreyImage& second, const MotionOptions& options)
         : options_(options), half_(options.block_rows / 2), rows_(second.height), columns_(second.width),
-          stride_(second.width + 2 * fine_reach), pixels_(options.block_rows * options.block_columns),
+          stride_(second.width + 2 * border), pixels_(options.block_rows * options.block_columns),
           reference_(aligned<unsigned char>(pixels_)), work_(aligned<unsigned char>(pixels_)), scratch_(aligned<int>(4))
     {
         // Beyond its edges the picture goes on with its outermost pixels: rows by contract of the searches, columns here.
         image_.reserve(static_cast<std::size_t>(stride_) * static_cast<std::size_t>(rows_));
         for (int row = 0; row < rows_; ++row) {
             const auto begin = second.pixels.begin() + std::ptrdiff_t{row} * columns_;
-            image_.insert(image_.end(), fine_reach, *begin);
+            image_.insert(image_.end(), border, *begin);
             image_.insert(image_.end(), begin, begin + columns_);
-            image_.insert(image_.end(), fine_reach, *(begin + columns_ - 1));
+            image_.insert(image_.end(), border, *(begin + columns_ - 1));
         }
     }
 
@@ -134,13 +136,14 @@ private:
     }
 
     // The best candidate of each tile of the search range starts a fine search; false peaks may look better roughly. In tiles of
-    // this size the rough search opens one slot at most. Candidates lie wholly in the picture.
+    // this size the rough search opens one slot at most.
     int search_roughly(const Reference& reference, int column, int row)
     {
-        const int first_row = std::max(0, row - options_.search_rows);
-        const int first_column = std::max(0, column - options_.search_columns);
-        const int rows = std::min(rows_ - options_.block_rows, row + options_.search_rows) + 1 - first_row;
-        const int columns = std::min(columns_ - options_.block_columns, column + options_.search_columns) + 1 - first_column;
+        const int first_row = std::max(-overhang, row - options_.search_rows);
+        const int first_column = std::max(-overhang, column - options_.search_columns);
+        const int rows = std::min(rows_ - options_.block_rows + overhang, row + options_.search_rows) + 1 - first_row;
+        const int columns =
+            std::min(columns_ - options_.block_columns + overhang, column + options_.search_columns) + 1 - first_column;
         const int tile_rows = (rows + tile - 1) / tile;
         const int tile_columns = (columns + tile - 1) / tile;
         const std::size_t slots = static_cast<std::size_t>(tile_rows) * static_cast<std::size_t>(tile_columns) + 1;
@@ -155,7 +158,7 @@ private:
                 for (int r = rows * i / tile_rows; r < rows * (i + 1) / tile_rows; ++r)
                     for (int c = columns * j / tile_columns; c < columns * (j + 1) / tile_columns; ++c) {
                         candidate_rows_.push_back(static_cast<unsigned short>(first_row + r));
-                        candidate_columns_.push_back(static_cast<unsigned short>(first_column + c + fine_reach));
+                        candidate_columns_.push_back(static_cast<unsigned short>(first_column + c + border));
                     }
                 int used = 0;
                 CUtils_SSE::RoughCorrelation(
@@ -181,7 +184,7 @@ private:
                                     fine_columns_.data(), starts, &used, work_.get(), reference_.get(), fine_best_.data(),
                                     half_, stride_, rows_, scratch_.get(), options_.block_columns, reference.fine_deviation,
                                     static_cast<float>(reference.mean), static_cast<int>(full_score * options_.threshold),
-                                    options_.block_columns / 2 - fine_reach - column_shift);
+                                    options_.block_columns / 2 - border - column_shift);
         return used;
     }
 
@@ -193,7 +196,7 @@ private:
         std::int64_t reference_sum = 0;
         for (int r = 0; r < options_.block_rows; ++r) {
             const unsigned char* const line =
-                image_.data() + std::ptrdiff_t{std::clamp(row + r, 0, rows_ - 1)} * stride_ + column + fine_reach;
+                image_.data() + std::ptrdiff_t{std::clamp(row + r, 0, rows_ - 1)} * stride_ + column + border;
             for (int c = 0; c < options_.block_columns; ++c) {
                 const int difference = reference_[static_cast<std::size_t>(r * options_.block_columns + c)] - mean;
                 sum += line[c];
