@@ -108,7 +108,7 @@ TEST(RealMotion, OfTheDiskIsARotation)
         double tracked; // share of the blocks in the disk
         double right;   // of these within 2 pixels of the rotation
     };
-    for (const Expected& expected : {Expected{4, 0.95, 0.98}, {8, 0.7, 0.98}}) {
+    for (const Expected& expected : {Expected{4, 0.97, 1}, {8, 0.7, 1}}) {
         SCOPED_TRACE(expected.frame);
         MotionRecipe motion;
         motion.second_frame = expected.frame;

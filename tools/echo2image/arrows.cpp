@@ -103,8 +103,8 @@ int arrow_magnification(const std::vector<BlockMotion>& blocks, const MotionOpti
     for (const BlockMotion& block : blocks)
         if (block.tracked())
             lengths.push_back(std::sqrt(static_cast<double>(block.right * block.right + block.down * block.down)));
-    const double long_one = quantile(lengths, 0.95);
-    return long_one > 0 ? static_cast<int>(std::clamp(options.grid / long_one, 1.0, double{greatest_magnification})) : 1;
+    const double long_one = quantile(lengths, 0.8); // the longest are often wrong
+    return long_one > 0 ? static_cast<int>(std::clamp(0.75 * options.grid / long_one, 1.0, double{greatest_magnification})) : 1;
 }
 
 void draw_arrows(GreyImage& image, int zoom, int magnification, const std::vector<BlockMotion>& blocks,

@@ -5,7 +5,7 @@
 
 namespace echo2image {
 
-// How many times as long as they are arrows are drawn, so that neighbours do not reach into each other; 1 or more.
+// How many times as long as they are arrows are drawn, so that most do not reach their neighbours; 1 or more.
 int arrow_magnification(const std::vector<BlockMotion>& blocks, const MotionOptions& options);
 
 // Arrows as marked white pixels with a black seam, which begin in the middles of the blocks. A pixel of the blocks' picture

@@ -16,7 +16,8 @@ DemoOutcome make_motion_demo(std::uint32_t seed, OutputFile& file, StageTimes& t
     }();
     ChainParameters wanted;
     wanted.scale = true;
-    const MotionOptions options;
+    MotionOptions options;
+    options.grid = 32;
     const MotionPicture picture = motion_picture_of(pair, wanted, options, &times);
 
     Recipe recipe;

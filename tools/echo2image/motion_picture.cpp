@@ -8,7 +8,7 @@ namespace echo2image {
 
 namespace {
 
-constexpr int wide_enough = 700; // pixels, for arrows to be told apart
+constexpr int wide_enough = 500; // pixels, for arrows to be told apart
 constexpr int greatest_zoom = 4;
 constexpr int highest = 2048;
 
