@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,7 +30,7 @@ using operations::Value;
 
 struct Size
 {
-    const char* name;
+    std::string name;
     long long length;  // elements; 0: as many as fit
     std::size_t bytes; // of all arrays together
 };
@@ -39,6 +40,15 @@ struct Size
 constexpr std::size_t kKiB = 1024;
 const Size kSizes[] = {{"7", 7, 0},          {"23", 23, 0},         {"128", 128, 0},
                        {"L1", 0, 16 * kKiB}, {"L2", 0, 256 * kKiB}, {"memory", 0, 512 * kKiB* kKiB}};
+
+// A function that works with few lengths is timed with all of them.
+std::vector<Size> sizes_for(const Operation& op)
+{
+    std::vector<Size> sizes;
+    for (const long long length : op.length().swept)
+        sizes.push_back({std::to_string(length), length, 0});
+    return sizes.empty() ? std::vector<Size>(std::begin(kSizes), std::end(kSizes)) : sizes;
+}
 
 // One block of memory for all runs, filled once: numbers that are ordinary as floats, as samples and as bytes. Outputs go
 // to a second one, so that no loop reads another's results (integers read as floats would be slow denormals).
@@ -60,13 +70,13 @@ struct Memory
         fill(block.get(), size);
     }
 
-    static void fill(unsigned char* p, std::size_t bytes)
+    static void fill(unsigned char* p, std::size_t bytes, double largest = 30000)
     {
         unsigned state = 1;
-        for (std::size_t i = 0; i + sizeof(float) <= bytes; i += sizeof(float)) {
+        for (std::size_t i = 0; i < bytes; i += sizeof(float)) {
             state = state * 1664525u + 1013904223u;
-            const float value = (static_cast<float>(state >> 8) / 8388608.0f - 1.0f) * 30000.0f;
-            std::memcpy(p + i, &value, sizeof value);
+            const float value = (static_cast<float>(state >> 8) / 8388608.0f - 1.0f) * static_cast<float>(largest);
+            std::memcpy(p + i, &value, std::min(sizeof value, bytes - i));
         }
     }
 };
@@ -93,17 +103,23 @@ std::size_t bytes_of(const Operation& op, const Counts& counts)
 {
     std::size_t bytes = 0;
     for (const Argument& argument : op.arguments)
-        if (argument.is_array() && argument.bytes(counts) != argument.bytes(Counts()))
+        if (argument.is_list())
+            bytes += argument.extent(counts) * argument.listed_bytes(counts);
+        else if (argument.is_array() && argument.bytes(counts) != argument.bytes(Counts()))
             bytes += argument.bytes(counts);
     return bytes;
 }
 
-Counts fitting_counts(const Operation& op, const Size& size)
+// Nothing where what the operation allows does not come near the size.
+std::optional<Counts> fitting_counts(const Operation& op, const Size& size)
 {
     if (size.length > 0)
         return counts_for(op, size.length, true);
+    const long long most = op.length().most > 0 ? op.length().most : (1ll << 29) - 1;
+    if (bytes_of(op, counts_for(op, 1, false)) > size.bytes || bytes_of(op, counts_for(op, most, false)) < size.bytes / 2)
+        return std::nullopt;
     long long low = 1;
-    long long high = 1ll << 29;
+    long long high = most + 1;
     while (high - low > 1) {
         const long long middle = (low + high) / 2;
         (bytes_of(op, counts_for(op, middle, false)) <= size.bytes ? low : high) = middle;
@@ -113,26 +129,46 @@ Counts fitting_counts(const Operation& op, const Size& size)
 }
 
 // Values for a call: arrays laid out in the two memories, counts and scalars as usual.
-std::vector<Value> place(const Operation& op, const Counts& counts)
+struct Placement
+{
+    std::vector<Value> values;
+    std::vector<std::vector<const void*>> lists; // of pointers
+};
+
+Placement place(const Operation& op, const Counts& counts)
 {
     std::size_t needed = 0;
     for (const Argument& argument : op.arguments)
-        if (argument.is_array())
+        if (argument.is_list())
+            needed += argument.extent(counts) * (argument.listed_bytes(counts) + kStagger + 64);
+        else if (argument.is_array())
             needed += kFront + argument.bytes(counts) + kStagger + 64;
     input_memory.reserve(needed);
     output_memory.reserve(needed);
 
-    std::vector<Value> values;
+    Placement placement;
+    std::vector<Value>& values = placement.values;
     std::size_t in = kFront;
     std::size_t out = kFront;
+    const auto distance = [](std::size_t bytes) { return (bytes + 15) / 16 * 16 + kStagger; };
     for (const Argument& argument : op.arguments) {
-        if (argument.is_array()) {
-            std::size_t& offset = argument.is_written() ? out : in;
-            unsigned char* p = (argument.is_written() ? output_memory : input_memory).block.get() + offset;
+        if (argument.is_list()) {
+            std::vector<const void*> list;
+            for (std::size_t i = 0; i < argument.extent(counts); ++i, in += distance(argument.listed_bytes(counts)))
+                list.push_back(input_memory.block.get() + in);
+            values.emplace_back(static_cast<const void*>(list.data()));
+            placement.lists.push_back(std::move(list));
+        } else if (argument.is_array()) {
+            const bool own_values = argument.role == Role::in && argument.typical > 0;
+            const bool with_outputs = argument.is_written() || own_values;
+            std::size_t& offset = with_outputs ? out : in;
+            unsigned char* p = (with_outputs ? output_memory : input_memory).block.get() + offset;
             if (argument.role == Role::inout)
                 Memory::fill(p, argument.bytes(counts));
+            if (own_values)
+                Memory::fill(p, argument.bytes(counts), argument.typical);
             values.emplace_back(static_cast<void*>(p));
-            offset += (argument.bytes(counts) + 15) / 16 * 16 + kStagger;
+            offset += distance(argument.bytes(counts));
         } else if (argument.member != nullptr) {
             values.emplace_back(static_cast<int>(counts.*argument.member));
         } else if (argument.element == Element::float32) {
@@ -143,13 +179,14 @@ std::vector<Value> place(const Operation& op, const Counts& counts)
             values.emplace_back(static_cast<unsigned char>(argument.typical));
         }
     }
-    return values;
+    return placement;
 }
 
 // All bytes written by one call, and the result.
 std::vector<unsigned char> outcome(const Operation& op, operations::AnyFunction function, const Counts& counts)
 {
-    const std::vector<Value> values = place(op, counts);
+    const Placement placement = place(op, counts);
+    const std::vector<Value>& values = placement.values;
     const Value result = op.call(function, values);
     std::vector<unsigned char> bytes;
     for (std::size_t i = 0; i < values.size(); ++i)
@@ -157,11 +194,8 @@ std::vector<unsigned char> outcome(const Operation& op, operations::AnyFunction 
             const unsigned char* p = values[i].as<unsigned char*>();
             bytes.insert(bytes.end(), p, p + op.arguments[i].bytes(counts));
         }
-    if (op.result_element == Element::float32) {
-        const float number = result.as<float>();
-        const auto* p = reinterpret_cast<const unsigned char*>(&number);
-        bytes.insert(bytes.end(), p, p + sizeof number);
-    }
+    const auto* p = reinterpret_cast<const unsigned char*>(&result); // zero behind a short result, and where there is none
+    bytes.insert(bytes.end(), p, p + sizeof result);
     return bytes;
 }
 
@@ -173,9 +207,9 @@ struct Candidate
 
 void run(benchmark::State& state, const Operation& op, operations::AnyFunction function, const Counts& counts)
 {
-    const std::vector<Value> values = place(op, counts);
+    const Placement placement = place(op, counts);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(op.call(function, values));
+        benchmark::DoNotOptimize(op.call(function, placement.values));
         benchmark::ClobberMemory();
     }
     const auto length = static_cast<double>(counts.*op.length().member * std::max(1LL, counts.lines));
@@ -191,7 +225,7 @@ bool agrees(const Operation& op, const Candidate& candidate, operations::AnyFunc
     if (outcome(op, function, counts) == outcome(op, op.function, counts))
         return true;
     std::fprintf(stderr, "utils_sse_bench: %s by %s differs from the library at size %s\n", op.title().c_str(),
-                 candidate.name.c_str(), size.name);
+                 candidate.name.c_str(), size.name.c_str());
     return false;
 }
 
@@ -215,10 +249,13 @@ int main(int argc, char** argv)
     bool all_agree = true;
     const std::vector<Operation>& all = operations::all();
     for (std::size_t i = 0; i < all.size(); ++i) {
-        if (!all[i].own_cases.empty())
+        if (!all[i].own_cases.empty() || all[i].takes_ensemble)
             continue; // utils_sse_tasks times it
-        for (const Size& size : kSizes) {
-            const Counts counts = fitting_counts(all[i], size);
+        for (const Size& size : sizes_for(all[i])) {
+            const std::optional<Counts> fitting = fitting_counts(all[i], size);
+            if (!fitting)
+                continue;
+            const Counts& counts = *fitting;
             for (const Candidate& candidate : candidates) {
                 const Operation& op = all[i];
                 const operations::AnyFunction function = candidate.functions ? candidate.functions[i] : op.function;

@@ -20,6 +20,7 @@ SIZES = ["7", "23", "128", "L1", "L2", "memory"]
 COMPETITORS = ["gcc", "clang"]
 PLAIN = ["gcc", "clang", "gcc_native", "clang_native"]  # of the tasks
 SUMMARY = ["23", "128", "L1", "L2"]  # of the README
+NONE = "–"  # for sizes that an operation does not come near
 NOISE = 0.95  # a ratio above this is not called a loss
 
 
@@ -50,7 +51,11 @@ def ratio_text(ratio):
 
 
 def ratios(group, names):
-    return " / ".join(ratio_text(group[name] / group["utils_sse"]) for name in names if name in group)
+    return " / ".join(ratio_text(group[name] / group["utils_sse"]) for name in names if name in group) or NONE
+
+
+def relative(group, name):
+    return f"{group[name] / group['utils_sse']:.2f}" if group else NONE
 
 
 def table(header, rows):
@@ -73,7 +78,7 @@ def processor():
         return platform.processor()
 
 
-def measured(medians, counters, context, spread, operations):
+def measured(medians, counters, context, spread, operations, own_sizes):
     caches = ", ".join(f"L{c['level']} {c['type'].lower()} {c['size'] // 1024} KB" for c in context["caches"] if c["type"] != "Instruction")
     compilers = "; ".join(c for c in (compiler("g++"), compiler("clang++")) if c)
     names = [name for name in COMPETITORS if any(name in group for group in medians.values())]
@@ -88,12 +93,19 @@ def measured(medians, counters, context, spread, operations):
         f"Time of the plain loop ({' / '.join(names)}, `-O3 -msse4.1 -fno-math-errno`) divided by the time of the kernel; rows below 1 are lost.",
         "",
     ]
-    lines += table(["operation"] + SIZES, [[operation] + [ratios(medians[operation, size], names) for size in SIZES] for operation in operations])
+    lines += table(["operation"] + SIZES, [[operation] + [ratios(medians.get((operation, size), {}), names) for size in SIZES] for operation in operations])
+    own = {operation: [size for o, size in medians if o == operation] for operation in own_sizes}
+    lines += [""] + table(["operation", "length"] + names + ["nanoseconds"], [
+        [operation, size] + [ratio_text(medians[operation, size][name] / medians[operation, size]["utils_sse"]) for name in names] +
+        [f"{medians[operation, size]['utils_sse']:.1f}"] for operation in own for size in own[operation]]) if own else []
     lines += ["", "### Absolute figures", "", "Nanoseconds per call at short lengths; nanoseconds per element and gigabytes per second (each byte read or written counted once) beyond.", ""]
     rows = []
     for operation in operations:
         row = [operation]
         for size in SIZES:
+            if (operation, size) not in medians:
+                row.append(NONE)
+                continue
             time, run = medians[operation, size]["utils_sse"], counters[operation, size]
             row.append(f"{time:.1f}" if size.isdigit() else f"{time / run['elements']:.3f}; {run['bytes'] / time:.1f}")
         rows.append(row)
@@ -101,7 +113,7 @@ def measured(medians, counters, context, spread, operations):
     other = next((name for name in ("with_prefetch", "without_prefetch") if any(name in g for g in medians.values())), None)
     if other:
         lines += ["", f"### Prefetch", "", f"Time {other.replace('_', ' ')} divided by the time of the library as it is built by default.", ""]
-        lines += table(["operation"] + SIZES, [[operation] + [f"{medians[operation, size][other] / medians[operation, size]['utils_sse']:.2f}" for size in SIZES] for operation in operations])
+        lines += table(["operation"] + SIZES, [[operation] + [relative(medians.get((operation, size)), other) for size in SIZES] for operation in operations])
     return lines
 
 
@@ -111,7 +123,10 @@ def summary(medians, operations):
     for operation in operations:
         row = [f"`{operation}`"]
         for size in SUMMARY:
-            group = medians[operation, size]
+            group = medians.get((operation, size))
+            if not group:
+                row.append(NONE)
+                continue
             row.append(f"{min(group[name] for name in COMPETITORS if name in group) / group['utils_sse']:.1f}")
         rows.append(row)
     return table(["times the best plain loop", "23 elements", "128 elements", "in L1", "in L2"], rows)
@@ -156,9 +171,11 @@ if __name__ == "__main__":
     medians, counters, context, spread = read(arguments.result)
     with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../operations/table.inc")) as file:
         order = [name + (f" ({overload})" if overload else "") for name, overload in re.findall(r'^OPERATION\((\w+), "([^"]*)"', file.read(), re.M)]
-    operations = operations_of(medians)
-    SIZES = [size for size in SIZES if all((operation, size) in medians for operation in operations)]
-    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations))
+    # Operations that work with few lengths are timed with those and have a table of their own.
+    own_sizes = [operation for operation in operations_of(medians) if not any((operation, size) in medians for size in ("L1", "L2"))]
+    operations = [operation for operation in operations_of(medians) if operation not in own_sizes]
+    SIZES = [size for size in SIZES if any((operation, size) in medians for operation in operations)]
+    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations, own_sizes))
     if arguments.tasks:
         replace_between(arguments.document, "<!-- begin: tasks -->", "<!-- end: tasks -->", task_tables(arguments.tasks))
     if arguments.readme:

@@ -87,14 +87,19 @@ int main(int argc, char** argv)
 {
     std::vector<bench::Task> tasks;
     bench::add_rf_tasks(tasks);
+    bench::add_image_tasks(tasks);
+    bench::add_doppler_tasks(tasks);
+    bench::add_motion_tasks(tasks);
 
     bool all_agree = true;
     for (const bench::Task& task : tasks) {
         task.contenders.front().work();
         const std::vector<double> expected = task.contenders.front().result();
         for (const bench::Contender& contender : task.contenders) {
-            contender.work();
-            const double off = contender.result ? bench::difference(expected, contender.result()) : 0;
+            const bool is_library = &contender == &task.contenders.front(); // done once; some work in place
+            if (!is_library)
+                contender.work();
+            const double off = contender.result && !is_library ? bench::difference(expected, contender.result()) : 0;
             if (off > task.tolerance) {
                 std::fprintf(stderr, "utils_sse_tasks: '%s' by %s is off by %g of the largest value, at most %g was expected\n",
                              task.name.c_str(), contender.name.c_str(), off, task.tolerance);

@@ -97,6 +97,9 @@ private:
 };
 
 void add_rf_tasks(std::vector<Task>& tasks);
+void add_image_tasks(std::vector<Task>& tasks);
+void add_doppler_tasks(std::vector<Task>& tasks);
+void add_motion_tasks(std::vector<Task>& tasks);
 
 } // namespace bench
 

@@ -31,6 +31,15 @@ function(utils_sse_kernel_code target)
   endif()
 endfunction()
 
+# Sources that may use instructions up to SSE4.1 (MSVC has no such switch and needs none). What they share with other sources
+# is inline code in a namespace of its own, see src/simd/config.h. The property holds in the calling directory: every
+# directory with a target of these sources calls this.
+function(utils_sse_sse41_code)
+  if(NOT MSVC)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -msse4.1)
+  endif()
+endfunction()
+
 function(utils_sse_warnings target)
   if(MSVC)
     target_compile_options(${target} PRIVATE /W4 $<$<BOOL:${UTILS_SSE_WERROR}>:/WX>)

@@ -210,6 +210,95 @@ public:
     static void UTILS_SSE_CALL FloatToByte(unsigned char* dst, const float* src, const unsigned char* table, int n);
 
     /** @}
+     *  @name Integer vectors
+     *  @{ */
+
+    /** Dot product of samples in units of 2^15 (Q15 times Q15 gives Q15): sum of (a[i] * b[i]) >> 15, in four float lanes.
+     *
+     *  **Body and tail differ.** The body adds two neighbouring products in 32 bits, where only 2^30 + 2^30 (-32768 four
+     *  times) wraps, shifts the sum (arithmetically) and converts it: of each block lane k adds
+     *  float((a[2k] * b[2k] + a[2k+1] * b[2k+1]) >> 15). The tail shifts every single product and rounds down twice as often.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return the sum, not divided by n; 0 for n <= 0
+     */
+    static float UTILS_SSE_CALL DotProduct(const short* a, const short* b, int n);
+
+    /** Mean of integers over 256: (sum / float(n)) * (1/256).
+     *
+     *  **Body and tail differ.** The body is summed in 32-bit integers, which wrap, and that sum converted to float; then the
+     *  tail elements are converted and added one by one.
+     *  @param[in] a  n ints
+     *  @param     n  number of elements; block 4
+     *  @return the mean over 256; NaN for n <= 0
+     */
+    static float UTILS_SSE_CALL SumProduct(const int* a, int n);
+
+    /** Mean of samples: sum / float(n).
+     *
+     *  **Body and tail differ.** The body is summed in 32-bit integers, which wrap (no sooner than behind 65536 samples), and
+     *  that sum converted to float; then the tail samples are converted and added one by one.
+     *  @param[in] a  n samples
+     *  @param     n  number of samples; block 8
+     *  @return the mean; NaN for n <= 0
+     */
+    static float UTILS_SSE_CALL SumProduct2(const short* a, int n);
+
+    /** Mean of two arrays that are not negative: dst[i] = (a[i] + b[i]) >> 1.
+     *
+     *  **Body and tail differ.** The body shifts the exact 32-bit sum as an unsigned number and saturates: **every negative
+     *  sum gives 32767.** The tail divides by 2 and truncates towards zero: -3 gives -1. For sums from 0 on both round down.
+     *  @param[out] dst  n samples; may equal a or b or both
+     *  @param[in]  a    n samples
+     *  @param[in]  b    n samples
+     *  @param      n    number of samples; block 8
+     */
+    static void UTILS_SSE_CALL Average2(short* dst, const short* a, const short* b, int n);
+
+    /** Means of columns: dst[j] = integer(sum over r of src[r * stride + j] / rows).
+     *
+     *  The samples of a column are added as floats in increasing r (exact up to 512 rows, rounded where a sum leaves 24 bits),
+     *  and the sum is divided by float(rows).
+     *
+     *  **Body and tail differ.** The body rounds to nearest (ties to even) and saturates to 16 bits, the last n mod 8 columns
+     *  truncate towards zero: of 1 and 2 the mean is 2 in the body and 1 in the tail. With rows = 0 the body gives -32768
+     *  (0 / 0 as an integer, saturated), the tail its low 16 bits, 0.
+     *  @param[out] dst     n samples; must not overlap src
+     *  @param[in]  src     [rows][stride] samples, of which the first n of each row are read
+     *  @param      rows    number of rows; below 0 nothing is done
+     *  @param      stride  samples from row to row, n at least. Beyond the stride a column's walk still ends in front of
+     *                      src[rows * stride], so that blocks and tail columns that start there see a row less for each
+     *                      stride they lie beyond; the sums are divided by rows all the same
+     *  @param      n       number of columns; block 8
+     */
+    static void UTILS_SSE_CALL Average(short* dst, const short* src, int rows, int stride, int n);
+
+    /** Largest magnitudes of columns: dst[j] = max over r of |src[r * stride + j]|, and 0 without rows.
+     *
+     *  **Body and tail differ** in columns that hold -32768: its magnitude is 32767 in the body; in the last n mod 8 columns
+     *  it is 32768, of which the low 16 bits are stored: -32768.
+     *  @param[out] dst     n samples; must not overlap src
+     *  @param[in]  src     [rows][stride] samples, of which the first n of each row are read
+     *  @param      rows    number of rows; below 0 nothing is done
+     *  @param      stride  samples from row to row, n at least; beyond it as in Average() of columns
+     *  @param      n       number of columns; block 8
+     */
+    static void UTILS_SSE_CALL MaxAbsoluteValue(short* dst, const short* src, int rows, int stride, int n);
+
+    /** Sum of two arrays that saturates, with a flag where both samples are at full scale: dst[i] = saturate16(a[i] + b[i]);
+     *  flags[i] = 1023 (32767 >> 5) where a[i] and b[i] are 32767 or -32768 each, else 0.
+     *
+     *  The flag tells clipped echoes, not a saturated sum: 32767 + 1 saturates without a flag, 32767 - 32768 is flagged.
+     *  @param[out] dst    n samples; may equal a or b or both
+     *  @param[out] flags  n floats, 16-byte aligned; must not overlap another array
+     *  @param[in]  a      n samples
+     *  @param[in]  b      n samples
+     *  @param      n      number of samples; block 8
+     */
+    static void UTILS_SSE_CALL AddSaturate(short* dst, float* flags, const short* a, const short* b, int n);
+
+    /** @}
      *  @name Quadrature demodulation
      *  Mixing of RF lines with carrier tables (quadrature demodulation without the low-pass). Tables are Q15: 32767 stands
      *  for +1.0; the caller builds them, usually 32767 cos(w t) and -32767 sin(w t) for mixing with exp(-j w t).
@@ -686,7 +775,7 @@ public:
      *  minus infinity. Line 2m of the mask receives the flags of a and b. **Line 2m + 1 of the mask is left as it is.**
      *
      *  **The pair behind the last one is read**, though it makes no lines of its own: the last interpolated line leans on
-     *  whatever the host keeps there.
+     *  whatever the host keeps there. (With an odd number of lines the last of them is the first firing of that pair.)
      *
      *  **Body and tail differ.** In the last n mod 8 columns line 2m is the low 16 bits of a + b (20000 + 20000 gives
      *  -25536) and line 2m + 1 the low 16 bits of (a + b + c + d) >> 1; the mask is not written. Pad lines to whole blocks
@@ -709,7 +798,7 @@ public:
      *  between the two firings of the same pair: (3a + b) >> 2, (a + b) >> 1, (a + 3b) >> 2. No flags are computed there.
      *
      *  Each mask line 4m is then copied whole to the three lines behind it: in the columns of the tail they receive what
-     *  line 4m held before the call.
+     *  line 4m held before the call. All shifts round towards minus infinity.
      *  @param[out]    dst    [4 (lines / 2)][n] samples; must not overlap src
      *  @param[in]     src    [2 (lines / 2) + 2][n] samples, pair after pair; the last two lines are the pair behind
      *  @param[in,out] clip   [4 (lines / 2)][n] flags
@@ -726,7 +815,8 @@ public:
      *  - on it v = (1 - float(j) * slope) * float(x), j = 0, 1, .. counted from its start;
      *  - from its end on v = float(x) * (1 - float(percent) / 100).
      *
-     *  The ramp's ends are rounded down to multiples of 8, and slope = (float(percent) / float(end - start)) / 100. The mask
+     *  The ramp's ends are rounded down to multiples of 8, and with these slope = (float(percent) / float(end - start)) / 100;
+     *  they may lie beyond the line. Products outside the 32-bit range (an absurd percentage) become -32768. The mask
      *  of each line receives the flags of its pair. If the ramp ends at or before its start, there is none: what lies beyond
      *  begins at its end.
      *
@@ -793,7 +883,7 @@ public:
      *
      *  **Body and tail differ** in sums beyond 16 bits: in the body they wrap before the shift (20000 + 20000 gives 0), in
      *  the tail they do not (255).
-     *  @param[out] dst   n bytes; must not overlap an input
+     *  @param[out] dst   n bytes; may begin where an input begins
      *  @param[in]  low   n values
      *  @param[in]  high  n values
      *  @param      n     number of pixels; block 16
@@ -809,7 +899,7 @@ public:
      *  The binomial kernel is the usual one of Laplacian pyramids (Burt and Adelson, "The Laplacian Pyramid as a Compact
      *  Image Code", 1983).
      *  @param[out] low     [height][width] values, 0 .. 32640; must not overlap src
-     *  @param[out] high    [height][width] values, -32640 .. 32640; must not overlap src
+     *  @param[out] high    [height][width] values, -28050 .. 28050; must not overlap src
      *  @param[in]  src     [height][width] pixels
      *  @param      width   pixels per row; <= 0 does nothing; block 8
      *  @param      height  rows; <= 0 does nothing
@@ -845,7 +935,7 @@ public:
      *  all five. A caller who wants medians only passes the pixels in calls of fewer than a block; one who wants the body's
      *  choice only pads to whole blocks.
      *  @param[out] dst  n values; may equal a frame
-     *  @param[in]  f1   n values, of which those of the body do not matter
+     *  @param[in]  f1   n values, of which those of the body are not read
      *  @param[in]  f2   n values
      *  @param[in]  f3   n values
      *  @param[in]  f4   n values
@@ -866,7 +956,7 @@ public:
 
     /** A smoothing of five frames of 16-bit values; as for bytes, but block 8. **Body and tail differ** in the same way.
      *  @param[out] dst  n values; may equal a frame
-     *  @param[in]  f1   n values, of which those of the body do not matter
+     *  @param[in]  f1   n values, of which those of the body are not read
      *  @param[in]  f2   n values
      *  @param[in]  f3   n values
      *  @param[in]  f4   n values
@@ -929,8 +1019,8 @@ public:
     /** Exact median of the 3x3 neighbourhood, for floats.
      *
      *  With an odd width, from 3 on, every pixel but those of the first and last row and column is filtered. **With an even
-     *  width columns width - 3 and width - 2 are not filtered either.** What is not filtered is copied. A height below 3
-     *  gives a copy.
+     *  width columns width - 3 and width - 2 are not filtered either.** What is not filtered is copied. A width or height below
+     *  3 gives a copy.
      *
      *  With min(x, y) = x < y ? x : y and max(x, y) = x > y ? x : y the steps are, for a column of three values a, b, c from
      *  top to bottom: lo = min(a, b), hi = max(a, b), t = min(hi, c); lowest min(lo, t), middle max(lo, t), highest
@@ -965,7 +1055,8 @@ public:
 
     /** Exact median of the 5x5 neighbourhood.
      *
-     *  Every pixel at least two away from each border is filtered, at any width and height; the others are copied.
+     *  Every pixel at least two away from each border is filtered, at any width and height; the others are copied. A width or
+     *  height below 5 gives a copy.
      *  @param[out] dst     height rows of width pixels
      *  @param[in]  src     height rows of width pixels
      *  @param      pitch   pixels from row to row, width at least
@@ -996,6 +1087,226 @@ public:
      *  @param      height  rows; <= 0 does nothing
      */
     static void UTILS_SSE_CALL MedianFilter2DWin5Short(short* dst, short* src, int pitch, int width, int height);
+
+    /** @}
+     *  @name Mask averages
+     *  The mean of a list of frames, pixel by pixel, where not every frame covers every pixel (spatial compounding): the sum
+     *  over the frames times a factor of its own for each pixel. Factors are 8.8 fixed point, 256 stands for 1; the host fills
+     *  them with about 256 / (frames that cover the pixel), and uncovered pixels of a frame with 0.
+     *
+     *  A list is an array of pointers to frames of n elements each; a frame may appear in it several times. Without frames
+     *  the sums are 0. In place means that dst may equal any frame of the list.
+     *  @{ */
+
+    /** Mean of byte frames: dst[i] = bits 8 .. 15 of S * mask[i], with S the sum of frames[j][i] over all frames.
+     *
+     *  That is (S * mask[i]) >> 8 as long as this is below 256; beyond, nothing saturates: three frames of 255 with a factor
+     *  of 256 give 253, the low byte of 765.
+     *  @param[out] dst         n pixels; may equal a frame
+     *  @param[in]  frames      frameCount pointers to n pixels each
+     *  @param      frameCount  number of frames; <= 0 gives zeros
+     *  @param[in]  mask        n factors
+     *  @param      n           number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                           const unsigned short* mask, int n);
+
+    /** Mean of byte frames with a weight for each frame, in sixteenths.
+     *
+     *  **Body and tail differ**; they agree while the weights are 257 at most, sums and factors 32767 at most and results 255
+     *  at most. Each weighted pixel is rounded down before it is added.
+     *
+     *  Body: S = the sum of ((frames[j][i] * weights[j]) mod 65536) >> 4, wrapping to a signed 16-bit number. The factor is
+     *  read as signed, too, and dst[i] = min(255, P >> 8) with P = S * mask[i], exact, read as unsigned 32 bits: a negative
+     *  product gives 255. A factor of 32768 or more is negative, and so is a sum of 32768 or more.
+     *
+     *  Tail: S = the sum of (frames[j][i] * weights[j]) >> 4 with all bits of the products, and dst[i] = bits 8 .. 15 of
+     *  S * mask[i]; nothing saturates and nothing is negative.
+     *  @param[out] dst         n pixels; may equal a frame
+     *  @param[in]  frames      frameCount pointers to n pixels each
+     *  @param      frameCount  number of frames; <= 0 gives zeros
+     *  @param[in]  mask        n factors
+     *  @param      n           number of pixels; block 16
+     *  @param[in]  weights     frameCount weights, 16 stands for 1; not written
+     */
+    static void UTILS_SSE_CALL MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                           const unsigned short* mask, int n, unsigned short* weights);
+
+    /** Mean of 16-bit frames.
+     *
+     *  **Body and tail differ in three ways.** Body: dst[i] = saturate16(S >> 8), rounded towards minus infinity, with S the
+     *  sum of frames[j][i] * m over all frames, wrapping in 32 bits. **Factors are used twice:** m is the factor of element
+     *  i for the elements 0 .. 3 of each block of 8 and that of element i - 4 for the elements 4 .. 7, whose own factors are
+     *  not read. Factors are signed: 32768 stands for -128.
+     *
+     *  Tail: every element has its own factor, which is unsigned, and dst[i] = bits 8 .. 15 of S * mask[i], with S the sum of
+     *  the elements: 0 .. 255, also for negative sums.
+     *  @param[out] dst         n elements; may equal a frame
+     *  @param[in]  frames      frameCount pointers to n elements each
+     *  @param      frameCount  number of frames; <= 0 gives zeros
+     *  @param[in]  mask        n factors
+     *  @param      n           number of elements; block 8
+     */
+    static void UTILS_SSE_CALL MaskAverage(short* dst, const short* const* frames, int frameCount, const unsigned short* mask,
+                                           int n);
+
+    /** Sum of byte frames with a weight for each frame, in sixteenths, and no factors: the weights add up to 16 for a mean.
+     *
+     *  **Body and tail differ, and only the body gives a mean.** Body: dst[i] = S saturated to 0 .. 255, with S the signed
+     *  16-bit sum of the weighted MaskAverage(): sums from 32768 on are negative and give 0. **The tail divides by 256 once
+     *  more:** dst[i] = bits 8 .. 15 of the S of that function's tail, so means below 256 give 0. A caller who wants means
+     *  pads to a multiple of 16.
+     *  @param[out] dst         n pixels; may equal a frame
+     *  @param[in]  frames      frameCount pointers to n pixels each
+     *  @param      frameCount  number of frames; <= 0 gives zeros
+     *  @param      n           number of pixels; block 16
+     *  @param[in]  weights     frameCount weights, 16 stands for 1; not written
+     */
+    static void UTILS_SSE_CALL MaskAverageWithDifferentDivisors(unsigned char* dst, const unsigned char* const* frames,
+                                                                int frameCount, int n, unsigned short* weights);
+
+    /** One frame times its factors: (src[i] * mask[i]) >> 8.
+     *
+     *  **Body and tail differ** in results above 255 and in factors from 32768 on. The body gives 255 for either, but 0 for a
+     *  black pixel; the tail keeps the low 8 bits of the result (200 times a factor of 512 gives 144).
+     *  @param[out] dst   n pixels; may equal src
+     *  @param[in]  src   n pixels
+     *  @param[in]  mask  n factors
+     *  @param      n     number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL ApplyDivisorMask(unsigned char* dst, const unsigned char* src, const unsigned short* mask,
+                                                int n);
+
+    /** Mean of the inner frames of a sequence, blended with the brighter of its outer ones as far as that is bright: bright
+     *  structures persist, dark ones are averaged.
+     *
+     *  With A = bits 8 .. 15 of S * mask[i], S the sum of frames 1 .. frameCount - 2, and
+     *  E = max(frames[0][i], frames[4][i]) & gate[i], the body computes dst[i] = (A * (255 - E) + E * E) >> 8. The weights add
+     *  up to 255/256, so a gate of 0 gives one less than A, but 0 for 0.
+     *
+     *  **Frames 0 and 4 are the bright ones whatever frameCount is:** the function is made for five frames. From two frames on
+     *  the list needs five pointers, and frame 4 is read even when frameCount is below 5.
+     *
+     *  **Body and tail differ:** the tail is MaskAverage() of all the frames, 0 and frameCount - 1 included, neither blended
+     *  nor gated.
+     *  @param[out] dst         n pixels; may equal a frame or gate
+     *  @param[in]  frames      at least five pointers to n pixels each; one is enough when frameCount is 1 or below
+     *  @param      frameCount  number of frames; 1 or below copies frame 0
+     *  @param[in]  mask        n factors
+     *  @param      n           number of pixels; block 16
+     *  @param[in]  gate        n bytes: 255 lets the bright value through, 0 holds it back, others pass their bits; not
+     *                          written
+     */
+    static void UTILS_SSE_CALL AdaptiveAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                               const unsigned short* mask, int n, unsigned char* gate);
+
+    /** AdaptiveAverage() with a constant weight: the body computes dst[i] = (A * (255 - k) + E * k) >> 8.
+     *
+     *  A, E, frames 0 and 4, the copy for one frame and the **tail, which is MaskAverage() of all frames,** are as there.
+     *  @param[out] dst         n pixels; may equal a frame or gate
+     *  @param[in]  frames      at least five pointers to n pixels each; one is enough when frameCount is 1 or below
+     *  @param      frameCount  number of frames; 1 or below copies frame 0
+     *  @param[in]  mask        n factors
+     *  @param      n           number of pixels; block 16
+     *  @param[in]  gate        n bytes, as there; not written
+     *  @param      k           weight of the bright value in 256ths
+     */
+    static void UTILS_SSE_CALL WeightAdjustAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                                   const unsigned short* mask, int n, unsigned char* gate, unsigned char k);
+
+    /** @}
+     *  @name Frame averages
+     *  Two or four whole frames blended pixel by pixel: temporal smoothing of successive images, and persistence.
+     *  @{ */
+
+    /** Mean of two frames, in place. **Body and tail differ:** the body rounds up, dst[i] = (dst[i] + b[i] + 1) >> 1, the tail
+     *  down, (dst[i] + b[i]) >> 1.
+     *  @param[in,out] dst  n pixels; may equal b
+     *  @param[in]     b    n pixels
+     *  @param         n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL TemporalAverage2(unsigned char* dst, const unsigned char* b, int n);
+
+    /** Mean of four frames, in place, rounded down: dst[i] = (dst[i] + a[i] + b[i] + c[i]) >> 2.
+     *  @param[in,out] dst  n pixels; may equal any source
+     *  @param[in]     a    n pixels
+     *  @param[in]     b    n pixels
+     *  @param[in]     c    n pixels
+     *  @param         n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL TemporalAverage4(unsigned char* dst, const unsigned char* a, const unsigned char* b,
+                                                const unsigned char* c, int n);
+
+    /** Mean of four frames, in place, as a mean of means: dst[i] = up(up(c[i], b[i]), up(a[i], dst[i])) with
+     *  up(x, y) = (x + y + 1) >> 1.
+     *
+     *  It is TemporalAverage4() or 1 more; 0, 0, 0 and 1 give 1. **Body and tail differ:** the tail is TemporalAverage4().
+     *  @param[in,out] dst  n pixels; may equal any source
+     *  @param[in]     a    n pixels
+     *  @param[in]     b    n pixels
+     *  @param[in]     c    n pixels
+     *  @param         n    number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL TemporalAverage4Fast(unsigned char* dst, const unsigned char* a, const unsigned char* b,
+                                                    const unsigned char* c, int n);
+
+    /** Blend of two frames: dst[i] = (a[i] * (256 - w) + b[i] * w) >> 8 with w = percent * 256 / 100, rounded down.
+     *  @param[out] dst      n pixels; may equal a or b or both
+     *  @param[in]  a        n pixels
+     *  @param[in]  b        n pixels
+     *  @param      n        number of pixels; block 16
+     *  @param      percent  share of b; 0 or below copies a, 100 or above copies b
+     */
+    static void UTILS_SSE_CALL WeightedAverage(unsigned char* dst, const unsigned char* a, const unsigned char* b, int n,
+                                               int percent);
+
+    /** Persistence, one step of a recursive low-pass in time: dst[i] = (a[i] * weightA + b[i] * weightB) >> 4.
+     *
+     *  The host passes the picture shown last and the new one, and weights that are not negative and add up to 16. **The
+     *  destination is the third argument.**
+     *
+     *  **Body and tail differ** for other weights: the body takes the low 16 bits of the weights and of the sum, as signed
+     *  numbers, and saturates to 0 .. 255; the tail computes in 32 bits and keeps the low 8 bits (255 and 255 with weights 16
+     *  and 16 give 255 in the body and 254 in the tail).
+     *  @param[in]  a        n pixels
+     *  @param[in]  b        n pixels
+     *  @param[out] dst      n pixels; may equal a or b or both
+     *  @param      weightA  weight of a in sixteenths
+     *  @param      weightB  weight of b in sixteenths
+     *  @param      n        number of pixels; block 16
+     */
+    static void UTILS_SSE_CALL PersistImage(const unsigned char* a, const unsigned char* b, unsigned char* dst, int weightA,
+                                            int weightB, int n);
+
+    /** @}
+     *  @name Small filters
+     *  Images are stored row after row without gaps.
+     *  @{ */
+
+    /** 2x2 box filter: dst[r][x] = (src[r][x] + src[r][x+1] + src[r+1][x] + src[r+1][x+1]) >> 2.
+     *
+     *  The last row and the last column of dst are 0; the filtered image lies half a pixel further up and left.
+     *  @param[out] dst     [height][width] pixels; must not overlap src
+     *  @param[in]  src     [height][width] pixels
+     *  @param      width   pixels per row; <= 0 does nothing; block 16
+     *  @param      height  rows; <= 0 does nothing, 1 gives zeros
+     */
+    static void UTILS_SSE_CALL Filter2x2(unsigned char* dst, const unsigned char* src, int width, int height);
+
+    /** Transposition, in tiles of 16 x 16 pixels, by way of a staging buffer: result[c][r] = image[r][c].
+     *
+     *  Both buffers have a fixed distance from row to row: 1024 bytes in staging, 512 in result. The image is copied to
+     *  staging first, row r to row r. **Whole tiles are transposed:** with width and height rounded up to multiples of 16,
+     *  rows and columns of the result beyond the image show what staging held beyond it, and nothing else of either buffer is
+     *  touched.
+     *  @param[in]     image    [height][width] pixels; not written
+     *  @param         width    pixels per row, 1024 at most; <= 0 does nothing
+     *  @param         height   rows, 512 at most; <= 0 does nothing
+     *  @param[in,out] staging  rows of 1024 bytes, as many as height rounded up; 16-byte aligned
+     *  @param[in,out] result   rows of 512 bytes, as many as width rounded up; 16-byte aligned
+     */
+    static void UTILS_SSE_CALL TransposeImage(unsigned char* image, int width, int height, unsigned char* staging,
+                                              unsigned char* result);
 
     /** @}
      *  @name Colour Doppler ensembles
@@ -1095,6 +1406,140 @@ public:
     static void UTILS_SSE_CALL MixingClutter(int n, float* ensembleI, float* ensembleQ, float theta);
 
     /** @}
+     *  @name Phase and colour lines
+     *  Colour flow: the lines of an ensemble are mixed down and low-passed; the phase of their lag-one autocorrelation is the
+     *  mean Doppler shift.
+     *  @{ */
+
+    /** Four Doppler phases from autocorrelation values, limited, and the same phases negated.
+     *
+     *  For each of the four, with constants as single-precision bit patterns:
+     *  - ay = abs(y) + 1e-10 (0x2edbe6ff), which keeps the ratio finite at the origin;
+     *  - r = (x - ay) / (x + ay), base = pi/4 (0x3f490fdb) where x >= 0; r = (x + ay) / (ay - x), base = 3 pi/4 (0x4016cbe4)
+     *    elsewhere. -0 counts as x >= 0;
+     *  - a = (r * r * 0.1963 - 0.9817) * r + base (0x3e4902de, 0xbf7b50b1 for -0.9817), from left to right: atan2(|y|, x) to
+     *    within 0.011.
+     *
+     *  **The sign does not follow the circle.** The phase is the bitwise OR of (a where y >= 0, else +0) and (-a where x < 0,
+     *  else +0); the second mask is taken from x. So the phase is
+     *
+     *  |        | x < 0 | x >= 0 |
+     *  |--------|-------|--------|
+     *  | y >= 0 | -a    | a      |
+     *  | y < 0  | -a    | +0     |
+     *
+     *  A host that wants the whole circle restores the other signs itself.
+     *
+     *  **Limits are ORed, not clamped.** With hi = bound * pi (0x40490fdb, in single precision) and lo = -hi the result is
+     *  the bitwise OR of the phase p, of hi where p >= hi, and of lo where p <= lo. Phases strictly between the limits are
+     *  unchanged. One that crosses them becomes a number at or beyond the limit, 0x3f69dfff (0.914) for pi/4 and a limit of
+     *  pi/5 (0x3f20d97c), **or NaN,** where one of the two lies in 1 .. 2 and the other in 2 .. 4: a host with a bound from 1/pi
+     *  to 2/pi keeps phases below 2, or tests for NaN. With bound = 1 only phases at -pi are affected.
+     *
+     *  The approximation misses the axes: y = 0 gives -1.8e-6 on the right, 7 units in the last place beyond pi on the left.
+     *  At x = y = 0 the phase is pi/2 or just beside it. NaN in x or y gives NaN, and so do
+     *  infinities in both, except on the lower right.
+     *
+     *  The method is the well-known rational argument with a cubic polynomial (R. Lyons, "Another contender in the
+     *  arctangent race", IEEE Signal Processing Magazine, 2004, and earlier folklore).
+     *  @param      n        not used: there are always four values
+     *  @param[in]  y        4 floats, imaginary parts; not written
+     *  @param[in]  x        4 floats, real parts; not written
+     *  @param      bound    limit in units of pi, usually 0 .. 1; not checked
+     *  @param[out] phase    4 floats, radians; may equal y or x
+     *  @param[out] negated  4 floats: -phase; may equal y or x
+     */
+    static void UTILS_SSE_CALL ATan2Bound(int n, float* y, float* x, float bound, float* phase, float* negated);
+
+    /** One output of a low-pass: samples times taps, summed up.
+     *
+     *  **The body reads samples without their sign:** in whole blocks of 8 a sample of -1 counts as 65535. Sums stand in four
+     *  lanes; of each block the products 0 .. 3 join the lanes first, then the products 4 .. 7; then the lanes are folded
+     *  (see the rules above).
+     *
+     *  **The tail counts half of the body again.** If n is a multiple of 8 the folded sum is the result. If not, float(
+     *  samples[i]) * taps[i], now with the sign, is added for i = 4 (n / 8) .. n - 1, one by one in increasing order: with n
+     *  = 12 the samples 0 .. 3 count once, 4 .. 7 twice and 8 .. 11 once. Below 8 samples the result is the ordinary sum. A
+     *  host that wants the ordinary sum throughout calls it with up to 7 taps, or with non-negative samples and a multiple of 8.
+     *  @param[in] samples  n samples
+     *  @param[in] taps     n floats
+     *  @param     n        number of taps; <= 0 gives 0; block 8
+     *  @return the sum
+     */
+    static float UTILS_SSE_CALL ColorLowPass(const short* samples, const float* taps, int n);
+
+    /** Demodulate() for colour lines: out[i] = float(rf[i] * table[i]) * 2^-15.
+     *
+     *  It differs from Demodulate() in the scale alone: exactly 1/32768 (0x38000000). The product is converted to nearest
+     *  even; the scaling is exact.
+     *
+     *  **The wiring is crossed:** table1 feeds out2 and table2 feeds out1.
+     *  @param[in]  rf      n samples
+     *  @param[in]  table1  n entries, Q15, for out2
+     *  @param[in]  table2  n entries, Q15, for out1
+     *  @param[out] out1    n floats: rf times table2; must not overlap an input
+     *  @param[out] out2    n floats: rf times table1; must not overlap an input
+     *  @param      n       number of samples; block 8
+     */
+    static void UTILS_SSE_CALL DemodulateColor(const short* rf, const short* table1, const short* table2, float* out1,
+                                               float* out2, int n);
+
+    /** One RF line times two carrier tables, as integers: out[i] = (rf[i] * table[i]) >> 7.
+     *
+     *  The product is exact and the shift arithmetic (towards minus infinity): Q15 tables leave 8 fractional bits. The wiring
+     *  is straight, unlike in DemodulateColor(): table1 feeds out1, table2 feeds out2. Unlike in DemodulateNew() the tail is
+     *  computed.
+     *
+     *  **Needs SSE4.1.**
+     *  @param[in]  rf      n samples, at any address
+     *  @param[in]  table1  n entries, Q15, 16-byte aligned
+     *  @param[in]  table2  n entries, Q15, 16-byte aligned
+     *  @param[out] out1    n ints, 16-byte aligned: rf times table1; must not overlap an input
+     *  @param[out] out2    n ints, 16-byte aligned: rf times table2; must not overlap an input
+     *  @param      n       number of samples; block 8
+     */
+    static void UTILS_SSE_CALL DemodulateColorNew(const short* rf, const short* table1, const short* table2, int* out1,
+                                                  int* out2, int n);
+
+    /** @}
+     *  @name FFT support
+     *  @{ */
+
+    /** The table of FFTmagnitude() for one length: with x = k * 6.283185307179586 / n in double precision (multiplied, then
+     *  divided), table[k] = cos(x) and table[n + k] = sin(x), each rounded once to single precision.
+     *
+     *  Zeros of the functions that x misses by its rounding are not zeros of the table: with n = 16, table[4] = cos(x) is
+     *  6.12323426e-17.
+     *  @param n  the length, any; of 0 or less gives a table without entries
+     *  @return 2 max(n, 0) floats, 16-byte aligned, to be released with aligned_free(); null when the heap has no room, or
+     *          when they and their block would need 4 GiB or more
+     */
+    static float* UTILS_SSE_CALL CreateFFTCoeffs(int n);
+
+    /** Magnitudes of n bins of n real samples by a radix-2 recursion, and the largest of them.
+     *
+     *  **This is not the discrete Fourier transform** but a combination of its own, kept as it is. With c[t] = table[t] and
+     *  s[t] = table[n + t], a step with stride s and offset o has four lanes j = 0 .. 3, each with the index
+     *  t = (o + (3 - j) * s) mod n:
+     *  - if 4 s = n: re[j] = input[t], im[j] = 0;
+     *  - else, with A the step of stride 2s and offset o, and B the step of stride 2s and offset o + s/2:
+     *    re[j] = (c[t] * B.re[j] - s[t] * B.im[j]) + A.re[j], im[j] = (s[t] * B.re[j] + c[t] * B.im[j]) + A.re[j].
+     *
+     *  **A.re joins both parts, A.im none.** Bins 4k .. 4k + 3 are combined in the same way from A, the step of stride 2 and
+     *  offset 4k, and B, the one of stride 2 and offset 4k + 1, with t = 4k + j (natural order). Then
+     *  magnitude = sqrt(re * re + im * im). Every product, sum and root is rounded once, as written.
+     *
+     *  Steps that several bins have in common are computed once, which changes no bit: the time grows like n log n up to
+     *  n = 4096, and like n^2 or worse from 8192 on. Uses 17 KB of stack.
+     *  @param[out] magnitude  n floats; must not overlap an input
+     *  @param[in]  input      n floats
+     *  @param[in]  table      2n floats, of CreateFFTCoeffs(n)
+     *  @param      n          a power of two from 16 on; with any other, nothing is written and 1 returned
+     *  @return the largest magnitude, +0 if there is none above 0; NaN among the magnitudes is passed over
+     */
+    static float UTILS_SSE_CALL FFTmagnitude(float* magnitude, const float* input, const float* table, int n);
+
+    /** @}
      *  @name Motion search
      *  Block matching in 8-bit images: where does a reference block reappear? RoughCorrelation() scores a list of positions and
      *  gathers the good ones in clusters; FineCorrelation() takes the positions of these clusters, as they are, and searches
@@ -1191,6 +1636,116 @@ public:
                                                unsigned char* work, unsigned char* reference, unsigned char* best, int half,
                                                int stride, int rows, int* scratch, int width, float deviation, float mean,
                                                int threshold, int columnOffset);
+
+    /** @}
+     *  @name Similarity of segments
+     *  Scores of two equally long segments of RF samples, for speckle tracking and motion estimation.
+     *
+     *  All six are made of sums over the samples: A of a[i], B of b[i], AA of a[i]^2, BB of b[i]^2 and AB of a[i] * b[i].
+     *  - In a body block of 8 two neighbouring terms are added in 32-bit integers; only 2^30 + 2^30 (-32768 four times) wraps.
+     *    The four pair sums 0 .. 3 of a block are then converted and added to lanes.
+     *  - The functions that return double convert exactly and have two lanes: pair sums 0 and 2 are added to lane 0, 1 and 3 to
+     *    lane 1, in this order; folded as lane 0 + lane 1.
+     *  - Those that return float (suffix F) round each pair sum to single precision and have four lanes, one for each pair
+     *    sum, folded as usual.
+     *  - The tail terms, exact integers, are converted and added one by one.
+     *
+     *  N stands for n in the precision of the result.
+     *  @{ */
+
+    /** Correlation without normalisation, the mean product: AB / N.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return the mean product; NaN for n <= 0
+     */
+    static double UTILS_SSE_CALL Correlation(const short* a, const short* b, int n);
+
+    /** Correlation() with sums, N and division in single precision. */
+    static float UTILS_SSE_CALL CorrelationF(const short* a, const short* b, int n);
+
+    /** Normalised correlation, the cosine of the angle between the segments: AB / sqrt(AA * BB). No means are removed.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return -1 .. 1, within rounding; NaN for n <= 0 and where a segment is all zeros
+     */
+    static double UTILS_SSE_CALL NormalizedCorrelation(const short* a, const short* b, int n);
+
+    /** NormalizedCorrelation() in single precision throughout; the root is correctly rounded. */
+    static float UTILS_SSE_CALL NormalizedCorrelationF(const short* a, const short* b, int n);
+
+    /** Normalised covariance, Pearson's coefficient: the correlation of the segments without their means.
+     *
+     *  With ma = A / N and mb = B / N, in this grouping:
+     *  - c = ((AB - mb * A) - ma * B) + (N * ma) * mb
+     *  - vb = (BB - (mb * 2) * B) + (N * mb) * mb
+     *  - va = (AA - (ma * 2) * A) + (N * ma) * ma
+     *  - result = c / (sqrt(vb) * sqrt(va))
+     *
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return -1 .. 1, within rounding. NaN for n <= 0. A constant segment has a variance of zero within rounding, so that the
+     *          result is NaN, infinite or arbitrary
+     */
+    static double UTILS_SSE_CALL NormalizedCovariance(const short* a, const short* b, int n);
+
+    /** NormalizedCovariance() in single precision throughout; each root is correctly rounded. Variances that are small beside
+     *  the squared mean drown in rounding: remove a large mean first, or use the double form. */
+    static float UTILS_SSE_CALL NormalizedCovarianceF(const short* a, const short* b, int n);
+
+    /** Sum of absolute differences of floats, |a[i] - b[i]| in four lanes (see the rules above).
+     *  @param[in] a  n floats
+     *  @param[in] b  n floats
+     *  @param     n  number of floats; block 4
+     *  @return the sum; 0 for n <= 0
+     */
+    static float UTILS_SSE_CALL SumAbsDiff(const float* a, const float* b, int n);
+
+    /* long long is younger than C++98, where compilers have it all the same. */
+#if defined(__GNUC__) && __cplusplus < 201103L
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wlong-long"
+#endif
+    /** Sum of absolute differences of pixels, |a[i] - b[i]|; exact.
+     *  @param[in] a  n pixels, 16-byte aligned
+     *  @param[in] b  n pixels, 16-byte aligned
+     *  @param     n  number of pixels; block 64
+     *  @return the sum; 0 for n <= 0
+     */
+    static long long UTILS_SSE_CALL SumAbsDiff(const unsigned char* a, const unsigned char* b, int n);
+#if defined(__GNUC__) && __cplusplus < 201103L
+#pragma GCC diagnostic pop
+#endif
+
+    /** @}
+     *  @name Intensity centroid
+     *  @{ */
+
+    /** The intensity-weighted centre of a region of an image, in pixels counted from 1.
+     *
+     *  The region is columns first .. stride - 1 of all rows. x = sum of column weight * pixel / sum of pixels, y = sum of row
+     *  weight * pixel / sum of pixels; the weight of row r is r + 1.
+     *
+     *  **Body and tail weigh columns differently.** The w = stride - first pixels of a row are a body of whole blocks of 16 and
+     *  a tail of w mod 16. In the body the weight of column c is c - first + 1, at most 32767; in the tail it is c + 1. Both
+     *  agree only when first is 0.
+     *
+     *  All sums are floats. In a body block of 16 the terms of two neighbouring pixels are added as integers, converted, and
+     *  added to four lanes: those of the lower 8 pixels, then those of the upper 8. The tail terms of all rows are added one
+     *  by one, from 0, and that sum is added to the folded lanes. Integers have 32 bits: at most 4 million rows, and a stride
+     *  of at most 8 million.
+     *
+     *  Both results are NaN where all pixels of the region are 0 or there are none.
+     *  @param[out] x       the column
+     *  @param[out] y       the row
+     *  @param[in]  image   [rows][stride] pixels
+     *  @param      stride  pixels per row, which is where the region ends
+     *  @param      rows    number of rows
+     *  @param      first   first column of the region; block 16. Below 0, or at the stride or beyond, the region is empty
+     */
+    static void UTILS_SSE_CALL Centroid(float& x, float& y, const unsigned char* image, int stride, int rows, int first);
 
     /** @}
      *  @name Display pixels

@@ -24,7 +24,10 @@ inline long long span(long long repeats, long long step, long long length)
     return repeats > 0 && length > 0 ? (repeats - 1) * step + length : 0;
 }
 
-using std::max;
+inline long long max(long long x, long long y)
+{
+    return std::max(x, y);
+}
 
 inline long long min(long long x, long long y)
 {
@@ -64,8 +67,10 @@ UTILS_SSE_TYPE(CUtils_SSE, none)
 UTILS_SSE_TYPE(float, float32)
 UTILS_SSE_TYPE(int, int32)
 UTILS_SSE_TYPE(short, int16)
-UTILS_SSE_TYPE(unsigned short, int16)
+UTILS_SSE_TYPE(unsigned short, uint16)
 UTILS_SSE_TYPE(unsigned char, uint8)
+UTILS_SSE_TYPE(double, float64)
+UTILS_SSE_TYPE(long long, int64)
 #undef UTILS_SSE_TYPE
 
 template <class T>
@@ -94,22 +99,18 @@ std::string type_list()
 
 // ---- Arguments ------------------------------------------------------------------------------------------------------
 
-// CONST_INPUT: whether an input's type says that it is not written.
-template <Role ROLE, bool CONST_INPUT = true>
+template <Role ROLE, bool CONST = ROLE == Role::in>
 struct TypedArgument : Argument
 {
     template <class P>
     static constexpr bool fits()
     {
-        using Pointee = std::remove_pointer_t<P>;
-        if constexpr (ROLE == Role::in)
-            return std::is_pointer_v<P> && std::is_const_v<Pointee> == CONST_INPUT;
-        else if constexpr (ROLE == Role::count)
+        if constexpr (ROLE == Role::count)
             return std::is_same_v<P, int>;
         else if constexpr (ROLE == Role::scalar)
             return std::is_arithmetic_v<P>;
         else
-            return std::is_pointer_v<P> && !std::is_const_v<Pointee>;
+            return !std::is_arithmetic_v<P> && std::is_const_v<std::remove_pointer_t<std::remove_reference_t<P>>> == CONST;
     }
 
     TypedArgument&& aligned(std::size_t bytes, Extent where = {}) &&
@@ -133,6 +134,16 @@ struct TypedArgument : Argument
         is_finite = true;
         return std::move(*this);
     }
+    TypedArgument&& each(Extent elements) &&
+    {
+        listed = std::move(elements);
+        return std::move(*this);
+    }
+    TypedArgument&& at_most(long long value) &&
+    {
+        most = value;
+        return std::move(*this);
+    }
     template <class... V>
     TypedArgument&& sweep(V... values) &&
     {
@@ -152,10 +163,10 @@ struct TypedArgument : Argument
     }
 };
 
-template <Role ROLE, bool CONST_INPUT = true>
-TypedArgument<ROLE, CONST_INPUT> array(const char* name, Extent extent)
+template <Role ROLE, bool CONST = ROLE == Role::in>
+TypedArgument<ROLE, CONST> array(const char* name, Extent extent)
 {
-    TypedArgument<ROLE, CONST_INPUT> argument;
+    TypedArgument<ROLE, CONST> argument;
     argument.name = name;
     argument.role = ROLE;
     argument.extent = std::move(extent);
@@ -166,10 +177,15 @@ inline auto in(const char* name, Extent extent)
 {
     return array<Role::in>(name, std::move(extent));
 }
-// An input whose pointer type would allow writing.
+/** An input whose declaration forgets to say so: its pointer is not one to const. */
 inline auto in_not_const(const char* name, Extent extent)
 {
     return array<Role::in, false>(name, std::move(extent));
+}
+/** Pointers to input arrays; each() says what is read of every one of these. */
+inline auto list(const char* name, Extent pointers)
+{
+    return in(name, std::move(pointers));
 }
 inline auto out(const char* name, Extent extent)
 {
@@ -257,15 +273,24 @@ Fact may_equal(Sets... sets)
 template <class R, class... P>
 struct Invoker
 {
+    // A reference is an array of one element and stands in the list of values as its address.
+    template <class T>
+    static T argument(const Value& value)
+    {
+        if constexpr (std::is_lvalue_reference_v<T>)
+            return *value.as<std::remove_reference_t<T>*>();
+        else
+            return value.as<T>();
+    }
     template <std::size_t... I>
     static Value call(AnyFunction function, const Value* values, std::index_sequence<I...>)
     {
         const auto typed = reinterpret_cast<R(UTILS_SSE_CALL*)(P...)>(function);
         if constexpr (std::is_void_v<R>) {
-            typed(values[I].template as<P>()...);
+            typed(argument<P>(values[I])...);
             return Value();
         } else {
-            return Value(typed(values[I].template as<P>()...));
+            return Value(typed(argument<P>(values[I])...));
         }
     }
     static Value invoke(AnyFunction function, const Value* values)
@@ -274,14 +299,20 @@ struct Invoker
     }
 };
 
-template <class P, Role ROLE, bool CONST_INPUT>
-Argument bind(TypedArgument<ROLE, CONST_INPUT> argument)
+template <class P, Role ROLE, bool CONST>
+Argument bind(TypedArgument<ROLE, CONST> argument)
 {
-    static_assert(TypedArgument<ROLE, CONST_INPUT>::template fits<P>(), "the role does not suit the type of the parameter");
-    using Plain = std::remove_cv_t<std::remove_pointer_t<P>>;
+    static_assert(TypedArgument<ROLE, CONST>::template fits<P>(), "the role does not suit the type of the parameter");
+    using Plain = std::remove_cv_t<std::remove_pointer_t<std::remove_reference_t<P>>>;
     argument.type = Type<P>::name();
     argument.element = Type<P>::element;
     argument.element_size = sizeof(Plain);
+    if constexpr (std::is_pointer_v<Plain>) {
+        static_assert(std::is_const_v<std::remove_pointer_t<Plain>>, "the arrays of a list are inputs");
+        argument.listed_element_size = sizeof(std::remove_pointer_t<Plain>);
+    }
+    if (std::is_pointer_v<Plain> != argument.is_list())
+        throw std::logic_error(argument.name + ": each() belongs to lists of arrays, and to all of them");
     return std::move(argument);
 }
 

@@ -60,13 +60,16 @@ std::string json(const Argument& argument)
     std::string text = "{\"name\": " + quoted(argument.name) + ", \"role\": " + quoted(role_name(argument.role)) +
                        ", \"type\": " + quoted(argument.type);
     if (argument.is_array()) {
-        text += ", \"element_size\": " + std::to_string(argument.element_size);
+        text +=
+            ", \"element_size\": " + std::to_string(argument.is_list() ? argument.listed_element_size : argument.element_size);
         text += ", \"extent\": " + quoted(argument.extent.text);
         text += ", \"reads_before\": " + quoted(argument.reads_before.formula ? argument.reads_before.text : "0");
         text += ", \"reads_beyond\": " + quoted(argument.reads_beyond.formula ? argument.reads_beyond.text : "0");
         text += ", \"alignment\": " + std::to_string(argument.alignment ? argument.alignment : argument.element_size);
         if (argument.aligned_where.formula)
             text += ", \"aligned_where\": " + quoted(argument.aligned_where.text);
+        if (argument.is_list())
+            text += ", \"extent_of_each\": " + quoted(argument.listed.text);
     } else if (argument.role == Role::scalar) {
         text += ", \"typical\": " + number(argument.typical);
     } else if (argument.is_length) {
@@ -76,6 +79,8 @@ std::string json(const Argument& argument)
     } else {
         text += ", \"typical\": " + number(argument.typical);
     }
+    if (argument.most)
+        text += ", \"at_most\": " + std::to_string(argument.most);
     return text + "}";
 }
 

@@ -80,16 +80,19 @@ enum class Element
     float32,
     int32,
     int16,
-    uint8
+    uint16,
+    uint8,
+    float64, // results only
+    int64
 };
 
 struct Argument
 {
     std::string name;
     Role role = Role::in;
-    std::string type; ///< of the parameter, as demanglers print it
-    Element element = Element::none;
-    std::size_t element_size = 0;
+    std::string type;                ///< of the parameter, as demanglers print it
+    Element element = Element::none; ///< of a list of arrays: that of its arrays
+    std::size_t element_size = 0;    ///< of a list of arrays: that of a pointer
 
     // Arrays
     Extent extent;             ///< elements read or written at most
@@ -99,12 +102,17 @@ struct Argument
     bool is_finite = false;    ///< what NaN, infinities and zeros of both signs give is not promised to the bit
     Extent aligned_where;      ///< if set, it demands this only where the formula is not 0
 
+    // Lists: arrays of pointers to input arrays of one extent
+    Extent listed;                       ///< elements read of each array; not set if this is no list
+    std::size_t listed_element_size = 0; ///< of these arrays
+
     // Counts
     CountMember member = nullptr;
     bool is_length = false;       ///< the count that grows; every other one takes a few values
-    std::vector<long long> swept; ///< values worth testing, some without an effect
+    std::vector<long long> swept; ///< values worth testing, some without an effect; of a length: all that have one
     Extent swept_from;            ///< if set, the values are relative to this (a line stride to the line)
-    double typical = 0;           ///< count or scalar in everyday use
+    long long most = 0;           ///< the largest value that the contract allows, if there is one
+    double typical = 0;           ///< count or scalar in everyday use; of an input: its largest float, 0 if that is no matter
 
     bool is_array() const { return role == Role::in || role == Role::out || role == Role::inout; }
     bool is_written() const { return role == Role::out || role == Role::inout; }
@@ -112,9 +120,12 @@ struct Argument
     {
         return std::max(element_size, aligned_where.formula && aligned_where(counts) == 0 ? 0 : alignment);
     }
+    bool is_list() const { return listed.formula != nullptr; }
+    bool allows(long long value) const { return most == 0 || value <= most; }
     std::size_t bytes(const Counts& counts) const { return extent(counts) * element_size; }
     std::size_t bytes_before(const Counts& counts) const { return reads_before(counts) * element_size; }
     std::size_t bytes_beyond(const Counts& counts) const { return reads_beyond(counts) * element_size; }
+    std::size_t listed_bytes(const Counts& counts) const { return listed(counts) * listed_element_size; }
 };
 
 struct Operation
@@ -127,7 +138,8 @@ struct Operation
     Element result_element = Element::none;
     std::vector<Argument> arguments;
     int block = 1;                               ///< elements in one step of the body
-    std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array
+    std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array (or of a list: one
+                                                 ///< of its arrays)
     bool takes_ensemble = false;                 ///< a call handles the few samples of one pixel
     std::string body_and_tail;                   ///< how they differ; empty if they agree
     std::string instruction_set = "SSE2";

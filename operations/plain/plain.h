@@ -12,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 struct PLAIN_LIBRARY
@@ -19,6 +20,8 @@ struct PLAIN_LIBRARY
 #include "numbers.inc"
 
 #include "vector.inc"
+
+#include "integer_vectors.inc"
 
 #include "envelope.inc"
 
@@ -38,9 +41,23 @@ struct PLAIN_LIBRARY
 
 #include "medians.inc"
 
-#include "block_search.inc"
+#include "mask_averages.inc"
+
+#include "frame_averages.inc"
+
+#include "small_filters.inc"
 
 #include "ensembles.inc"
+
+#include "colour_lines.inc"
+
+#include "fft.inc"
+
+#include "similarity.inc"
+
+#include "block_search.inc"
+
+#include "centroid.inc"
 
 #include "pixel.inc"
 };

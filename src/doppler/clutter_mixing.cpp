@@ -89,7 +89,7 @@ UTILS_SSE_INLINE void mix(float* ensembleI, float* ensembleQ, float theta)
         x[whole + v] = quarter_turn_ahead(constants, phase[v]);
     });
     if constexpr (half)
-        x[2 * whole] = join_low(phase[whole], quarter_turn_ahead(constants, phase[whole]));
+        x[2 * whole] = low_halves(phase[whole], quarter_turn_ahead(constants, phase[whole]));
     sines(constants, x);
 
     repeat<whole>([&](auto v) UTILS_SSE_LAMBDA {
@@ -104,7 +104,7 @@ UTILS_SSE_INLINE void mix(float* ensembleI, float* ensembleQ, float theta)
         float* const I = ensembleI + 4 * whole;
         float* const Q = ensembleQ + 4 * whole;
         const f32 sin = x[2 * whole];
-        const Sample<f32> z = rotated(load_two(I), load_two(Q), upper_two(sin), sin);
+        const Sample<f32> z = rotated(load_two(I), load_two(Q), high_halves(sin, sin), sin);
         store_two(I, z.I);
         store_two(Q, z.Q);
     }

@@ -19,30 +19,14 @@ struct Mixed
 
 void CUtils_SSE::Demodulate(const short* rf, const short* table1, const short* table2, float* out1, float* out2, int n)
 {
-    const f32x2 unit = {broadcast<f32>(kQ15ToUnit), broadcast<f32>(kQ15ToUnit)};
-    const Rest rest = map_blocks<8, 2>(
-        n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const i16 samples = load<i16>(rf + i);
-            return Mixed<f32x2, 2>{{to_float(multiply_exact(samples, load<i16>(table1 + i))) * unit,
-                                    to_float(multiply_exact(samples, load<i16>(table2 + i))) * unit}};
-        },
-        [=](std::ptrdiff_t i, const Mixed<f32x2, 2>& mixed) UTILS_SSE_LAMBDA {
-            store(out1 + i, mixed.with[1]); // crossed on purpose
-            store(out2 + i, mixed.with[0]);
+    // Crossed on purpose.
+    map_products(
+        n, rf, table2, table1, out1, out2,
+        [](auto products) UTILS_SSE_LAMBDA {
+            const auto x = to_float(products);
+            return x * broadcast<std::remove_const_t<decltype(x)>>(kQ15ToUnit);
         },
         ahead<1024>(rf), ahead<1024>(table1), ahead<1024>(table2));
-    for_rest(
-        rest,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const i16 samples = load_four(rf + i);
-            store(out1 + i, to_float(multiply_exact(samples, load_four(table2 + i)).low) * unit.low);
-            store(out2 + i, to_float(multiply_exact(samples, load_four(table1 + i)).low) * unit.low);
-        },
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            out1[i] = to_float(multiply_exact(rf[i], table2[i])) * kQ15ToUnit;
-            out2[i] = to_float(multiply_exact(rf[i], table1[i])) * kQ15ToUnit;
-        });
 }
 
 void CUtils_SSE::DemodulateNew(const short* rf, short* out1, short* out2, const short* table1, const short* table2, int lines,

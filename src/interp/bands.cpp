@@ -109,11 +109,14 @@ void CUtils_SSE::CombineBands(unsigned char* dst, const short* low, const short*
         },
         [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(low), ahead<1024>(high));
     // The tail does not wrap, on purpose.
-    cover<8>(rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        using Band = Part<i16, 2 * count()>;
-        const i16 pixels = combine_exactly(Band::load(low + i), Band::load(high + i));
-        Part<u8, count()>::store(dst + i, narrow_saturate(pixels, pixels));
-    });
+    cover_in_place<8>(
+        rest,
+        [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            using Band = Part<i16, 2 * count()>;
+            const i16 pixels = combine_exactly(Band::load(low + i), Band::load(high + i));
+            return narrow_saturate(pixels, pixels);
+        },
+        [=](auto count, std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, pixels); });
 }
 
 void CUtils_SSE::SeparateBands(short* low, short* high, const unsigned char* src, int width, int height)

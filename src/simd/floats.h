@@ -73,6 +73,10 @@ UTILS_SSE_INLINE f32 absolute(f32 x)
 {
     return bit_without(x, f32{_mm_set1_ps(-0.0f)});
 }
+UTILS_SSE_INLINE float absolute(float x)
+{
+    return std::fabs(x);
+}
 
 // Masks of ordered comparisons: nothing is set where an operand is NaN. not_less() holds there.
 UTILS_SSE_INLINE f32 less(f32 x, f32 y)
@@ -90,6 +94,19 @@ UTILS_SSE_INLINE f32 equal(f32 x, f32 y)
 UTILS_SSE_INLINE f32 not_less(f32 x, f32 y)
 {
     return {_mm_cmpnlt_ps(x.v, y.v)};
+}
+// The same of x >= y: set where an operand is NaN.
+UTILS_SSE_INLINE f32 not_greater_equal(f32 x, f32 y)
+{
+    return {_mm_cmpnge_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 less_equal(f32 x, f32 y)
+{
+    return {_mm_cmple_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 greater_equal(f32 x, f32 y)
+{
+    return {_mm_cmpge_ps(x.v, y.v)};
 }
 
 // x0 y0 x1 y1, and x2 y2 x3 y3.
@@ -110,16 +127,6 @@ UTILS_SSE_INLINE f32 odd_lanes(f32 x, f32 y)
 {
     return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(3, 1, 3, 1))};
 }
-// x0 x1 y0 y1
-UTILS_SSE_INLINE f32 join_low(f32 x, f32 y)
-{
-    return {_mm_movelh_ps(x.v, y.v)};
-}
-// x2 x3, and again x2 x3
-UTILS_SSE_INLINE f32 upper_two(f32 x)
-{
-    return {_mm_movehl_ps(x.v, x.v)};
-}
 // x1 x2 x3 y0
 UTILS_SSE_INLINE f32 following(f32 x, f32 y)
 {
@@ -130,6 +137,15 @@ UTILS_SSE_INLINE f32 following(f32 x, f32 y)
 UTILS_SSE_INLINE f32 without_lane_0(f32 x)
 {
     return {_mm_move_ss(x.v, _mm_setzero_ps())};
+}
+// The lower half of x, then that of y; and the same of the upper halves.
+UTILS_SSE_INLINE f32 low_halves(f32 x, f32 y)
+{
+    return {_mm_movelh_ps(x.v, y.v)};
+}
+UTILS_SSE_INLINE f32 high_halves(f32 x, f32 y)
+{
+    return {_mm_movehl_ps(y.v, x.v)};
 }
 template <>
 UTILS_SSE_INLINE f32 zero<f32>()
@@ -149,6 +165,11 @@ template <>
 UTILS_SSE_INLINE f32 broadcast<f32>(float x)
 {
     return {_mm_set1_ps(x)};
+}
+template <>
+UTILS_SSE_INLINE f32x2 broadcast<f32x2>(float x)
+{
+    return {{_mm_set1_ps(x)}, {_mm_set1_ps(x)}};
 }
 template <>
 UTILS_SSE_INLINE float broadcast<float>(float x)
@@ -204,6 +225,11 @@ UTILS_SSE_INLINE f32 fold(f32 a, f32 b, f32 c, f32 d)
 {
     return add_neighbours(add_neighbours(a, b), add_neighbours(c, d));
 }
+template <int Lane>
+UTILS_SSE_INLINE float lane(f32 x)
+{
+    return _mm_cvtss_f32(_mm_shuffle_ps(x.v, x.v, _MM_SHUFFLE(Lane, Lane, Lane, Lane)));
+}
 
 UTILS_SSE_INLINE f32 add_to_lane_0(f32 x, float y)
 {
@@ -232,10 +258,24 @@ UTILS_SSE_INLINE f64 broadcast_double(double x)
 {
     return {_mm_set1_pd(x)};
 }
+template <>
+UTILS_SSE_INLINE f64 zero<f64>()
+{
+    return {_mm_setzero_pd()};
+}
+UTILS_SSE_INLINE double square_root(double x)
+{
+    return std::sqrt(x);
+}
 // lane 0 + lane 1
 UTILS_SSE_INLINE double fold(f64 x)
 {
     return _mm_cvtsd_f64(_mm_add_sd(x.v, _mm_unpackhi_pd(x.v, x.v)));
+}
+template <int Lane>
+UTILS_SSE_INLINE double lane(f64 x)
+{
+    return _mm_cvtsd_f64(Lane == 0 ? x.v : _mm_unpackhi_pd(x.v, x.v));
 }
 // Lanes 0 and 1 as doubles, exactly, and lanes 2 and 3.
 UTILS_SSE_INLINE f64 low_to_double(i32 x)
@@ -279,6 +319,12 @@ UTILS_SSE_INLINE i32 truncate_to_int(f32 x)
 UTILS_SSE_INLINE int truncate_to_int(float x)
 {
     return _mm_cvttss_si32(_mm_set_ss(x));
+}
+
+// The bits as they are, for masks.
+UTILS_SSE_INLINE f32 as_floats(i16 x)
+{
+    return {_mm_castsi128_ps(x.v)};
 }
 
 UTILS_SSE_INLINE f32 to_float(i32 x)

@@ -186,9 +186,18 @@ UTILS_SSE_INLINE i16 narrow_saturate(i32 low, i32 high)
 {
     return {_mm_packs_epi32(low.v, high.v)};
 }
+UTILS_SSE_INLINE short saturate_to_short(int x)
+{
+    return static_cast<short>(x < -32768 ? -32768 : x > 32767 ? 32767 : x);
+}
 UTILS_SSE_INLINE u8 narrow_saturate(i16 low, i16 high)
 {
     return {_mm_packus_epi16(low.v, high.v)};
+}
+// To -128 .. 127: bytes that keep the sign, and are zero where the value is.
+UTILS_SSE_INLINE u8 narrow_saturate_signed(i16 low, i16 high)
+{
+    return {_mm_packs_epi16(low.v, high.v)};
 }
 
 UTILS_SSE_INLINE i16 broadcast_short(short x)
@@ -231,6 +240,11 @@ UTILS_SSE_INLINE i16 multiply_high(i16 x, i16 y)
 {
     return {_mm_mulhi_epi16(x.v, y.v)};
 }
+// The upper 16 bits of the products of values read as unsigned, 0 .. 65535.
+UTILS_SSE_INLINE i16 multiply_high_unsigned(i16 x, i16 y)
+{
+    return {_mm_mulhi_epu16(x.v, y.v)};
+}
 // Arithmetic: rounds towards minus infinity.
 template <int Bits>
 UTILS_SSE_INLINE i16 shift_right(i16 x)
@@ -267,6 +281,14 @@ UTILS_SSE_INLINE i16 move_down(i16 x)
         return {_mm_slli_si128(x.v, -2 * Lanes)};
     else
         return {_mm_srli_si128(x.v, 2 * Lanes)};
+}
+
+// Mask: all bits of a lane set where both values are limits of their type, 32767 or -32768.
+UTILS_SSE_INLINE i16 both_at_limits(i16 x, i16 y)
+{
+    // One step past the limits the numbers turn round: 32767 and -32768 become 0 and 1, all others, read as unsigned, more.
+    const i16 beyond = bit_or(add_wrap(x, broadcast_short(-32767)), add_wrap(y, broadcast_short(-32767)));
+    return equal(shift_right_unsigned<1>(beyond), broadcast_short(0));
 }
 
 // f(lane, value) for the eight lanes in order; values are read as unsigned, 0 .. 65535.
@@ -336,6 +358,16 @@ UTILS_SSE_INLINE i32 shift_right(i32 x)
     return {_mm_srai_epi32(x.v, Bits)};
 }
 template <int Bits>
+UTILS_SSE_INLINE i32x2 shift_right(i32x2 x)
+{
+    return {shift_right<Bits>(x.low), shift_right<Bits>(x.high)};
+}
+template <int Bits>
+UTILS_SSE_INLINE int shift_right(int x)
+{
+    return x >> Bits;
+}
+template <int Bits>
 UTILS_SSE_INLINE i32 shift_right_unsigned(i32 x)
 {
     return {_mm_srli_epi32(x.v, Bits)};
@@ -377,6 +409,25 @@ UTILS_SSE_INLINE int lane_0(i32 x)
     return _mm_cvtsi128_si32(x.v);
 }
 
+// --- 64-bit integers -----------------------------------------------------------------------------------------------
+
+UTILS_SSE_INLINE i64 add_wrap(i64 x, i64 y)
+{
+    return {_mm_add_epi64(x.v, y.v)};
+}
+// Lanes 0 and 2 of x, which are not negative; lanes 1 and 3 are zero.
+UTILS_SSE_INLINE i64 even_to_64(i32 x)
+{
+    return {x.v};
+}
+// The sum of both lanes; wraps.
+UTILS_SSE_INLINE std::int64_t fold_wrap(i64 x)
+{
+    std::int64_t sum;
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(&sum), _mm_add_epi64(x.v, _mm_unpackhi_epi64(x.v, x.v)));
+    return sum;
+}
+
 // --- bytes ---------------------------------------------------------------------------------------------------------
 
 UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
@@ -384,6 +435,11 @@ UTILS_SSE_INLINE u8 broadcast_byte(unsigned char x)
     return {_mm_set1_epi8(static_cast<char>(x))};
 }
 
+// Mask of the bytes whose top bit is set: those below 0 when read as signed.
+UTILS_SSE_INLINE u8 top_bit(u8 x)
+{
+    return {_mm_cmpgt_epi8(_mm_setzero_si128(), x.v)};
+}
 UTILS_SSE_INLINE u8 add_wrap(u8 x, u8 y)
 {
     return {_mm_add_epi8(x.v, y.v)};
@@ -418,6 +474,15 @@ UTILS_SSE_INLINE i16 widen_low(u8 x)
 UTILS_SSE_INLINE i16 widen_high(u8 x)
 {
     return {_mm_unpackhi_epi8(x.v, _mm_setzero_si128())};
+}
+// The same, times 256.
+UTILS_SSE_INLINE i16 widen_low_to_top(u8 x)
+{
+    return {_mm_unpacklo_epi8(_mm_setzero_si128(), x.v)};
+}
+UTILS_SSE_INLINE i16 widen_high_to_top(u8 x)
+{
+    return {_mm_unpackhi_epi8(_mm_setzero_si128(), x.v)};
 }
 
 // Bytes 0, 2, 4, .., zero-extended, and bytes 1, 3, 5, ..

@@ -202,6 +202,40 @@ UTILS_SSE_INLINE void cover(Rest rest, const Handle& handle)
     }
 }
 
+// The same for work in place: compute(count, i) returns the results of `count` elements from i on, put(count, i, results)
+// writes them, and everything is read before anything is written. At most 2 * Most - 1 elements.
+template <int Most, class Compute, class Put>
+UTILS_SSE_INLINE void cover_in_place(Rest rest, const Compute& compute, const Put& put)
+{
+    constexpr std::integral_constant<int, Most> most;
+    if (rest.count >= Most) {
+        const std::ptrdiff_t last = rest.i + rest.count - Most;
+        const auto first_results = compute(most, rest.i);
+        if constexpr (Most > 1) {
+            const auto last_results = compute(most, last);
+            put(most, rest.i, first_results);
+            put(most, last, last_results);
+        } else
+            put(most, rest.i, first_results);
+    } else if constexpr (Most > 1) {
+        cover_in_place<Most / 2>(rest, compute, put);
+    }
+}
+
+// handle(count, i) as in cover(), but in runs that do not overlap. At most 2 * Most - 1 elements.
+template <int Most, class Handle>
+UTILS_SSE_INLINE void for_parts(Rest rest, const Handle& handle)
+{
+    if (rest.count <= 0)
+        return;
+    if (rest.count & Most) {
+        handle(std::integral_constant<int, Most>(), rest.i);
+        rest.i += Most;
+    }
+    if constexpr (Most > 1)
+        for_parts<Most / 2>(Rest{rest.i, rest.count & (Most - 1)}, handle);
+}
+
 // dst[i] = f(src[i]...) over floats: one generic function of values is body and tail. dst may equal any src.
 template <class Function, class... Source>
 UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Source*... src)
@@ -210,6 +244,60 @@ UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Sou
         n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return f(load<f32>(src + i)...); },
         [=](std::ptrdiff_t i, f32 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src)...);
     for_up_to_three(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, f(load<float>(src + i)...)); });
+}
+
+template <class Results>
+struct Both
+{
+    Results a, b;
+};
+
+// x times a and x times b, element by element. finish() turns exact products, of eight elements, of four or of one, into what
+// is stored. What is left of whole blocks is covered by a last block that ends with the arrays: no output may be an input.
+template <class T, class Finish, class... Streams>
+UTILS_SSE_INLINE void map_products(int n, const short* x, const short* a, const short* b, T* outA, T* outB,
+                                   const Finish& finish, Streams... streams)
+{
+    using Eight = Both<decltype(finish(i32x2()))>;
+    const auto compute = [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        const i16 common = load<i16>(x + i);
+        return Eight{finish(multiply_exact(common, load<i16>(a + i))), finish(multiply_exact(common, load<i16>(b + i)))};
+    };
+    const auto put = [=](std::ptrdiff_t i, const Eight& results) UTILS_SSE_LAMBDA {
+        store(outA + i, results.a);
+        store(outB + i, results.b);
+    };
+    const auto four = [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        const i16 common = load_four(x + i);
+        store(outA + i, finish(multiply_exact(common, load_four(a + i)).low));
+        store(outB + i, finish(multiply_exact(common, load_four(b + i)).low));
+    };
+    const auto one = [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        store(outA + i, finish(multiply_exact(x[i], a[i])));
+        store(outB + i, finish(multiply_exact(x[i], b[i])));
+    };
+    const Rest rest = map_blocks<8, 2>(n, compute, put, streams...);
+    if (n >= 8) {
+        if (rest.count > 0)
+            put(rest.i + rest.count - 8, compute(rest.i + rest.count - 8));
+    } else if (n >= 4) {
+        four(0);
+        four(rest.count - 4);
+    } else
+        for_up_to_three(rest, one);
+}
+
+// A sum of floats: four lanes, folded, then the tail elements one by one. term(V, i) is the lane vector or the single value
+// to add.
+template <class Term, class... Streams>
+UTILS_SSE_INLINE float sum_in_lanes(int n, const Term& term, Streams... streams)
+{
+    f32 lanes = broadcast<f32>(0.0f);
+    const Rest rest = read_blocks<4, 4>(
+        n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { lanes = lanes + term(f32(), i); }, streams...);
+    float sum = fold(lanes);
+    for_up_to_three(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + term(float(), i); });
+    return sum;
 }
 
 // --- several outputs of the same inputs ------------------------------------------------------------------------------

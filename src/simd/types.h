@@ -27,6 +27,13 @@ struct i32
     __m128i v;
 };
 
+struct i64
+{
+    static constexpr int lanes = 2;
+    using element = std::int64_t;
+    __m128i v;
+};
+
 struct i16
 {
     static constexpr int lanes = 8;
@@ -131,6 +138,12 @@ UTILS_SSE_INLINE void store(T* p, V x)
 }
 
 UTILS_SSE_INLINE void store(float* p, f32x2 x)
+{
+    store(p, x.low);
+    store(p + 4, x.high);
+}
+
+UTILS_SSE_INLINE void store(int* p, i32x2 x)
 {
     store(p, x.low);
     store(p + 4, x.high);

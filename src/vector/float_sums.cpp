@@ -5,22 +5,6 @@
 
 using namespace simd;
 
-namespace {
-
-// Four lanes, folded, then the tail elements one by one. term(V, i) is the lane vector or the single value to add.
-template <class Term, class... Streams>
-UTILS_SSE_INLINE float sum_in_lanes(int n, const Term& term, Streams... streams)
-{
-    f32 lanes = broadcast<f32>(0.0f);
-    const Rest rest = read_blocks<4, 4>(
-        n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { lanes = lanes + term(f32(), i); }, streams...);
-    float sum = fold(lanes);
-    for_up_to_three(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + term(float(), i); });
-    return sum;
-}
-
-} // namespace
-
 float CUtils_SSE::SumFloats(const float* a, int n)
 {
     return sum_in_lanes(

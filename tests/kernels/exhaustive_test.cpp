@@ -74,6 +74,35 @@ TEST(Exhaustive, FloatsToIntegers)
     }
 }
 
+TEST(Exhaustive, PhasesOfAllKindsOfFloats)
+{
+    std::vector<float> values = floats_of_all_kinds();
+    values.resize(values.size() / 4 * 4);
+    const auto expect_equal_bits = [](const float* found, const float* expected, float y, float x) {
+        for (int i = 0; i < 4; ++i) {
+            const bool both_nan = found[i] != found[i] && expected[i] != expected[i];
+            ASSERT_TRUE(both_nan || std::memcmp(found + i, expected + i, sizeof(float)) == 0) << "among " << y << ", " << x;
+        }
+    };
+    for (const float other : {1.0f, -1.0f, -0.0f})
+        for (std::size_t i = 0; i < values.size(); i += 4) {
+            float four[4] = {other, other, other, other};
+            float* const some = values.data() + i;
+            for (const bool vary_x : {false, true}) {
+                float* const y = vary_x ? four : some;
+                float* const x = vary_x ? some : four;
+                float found[8];
+                float expected[8];
+                CUtils_SSE::ATan2Bound(4, y, x, 0.75f, found, found + 4);
+                Plain::ATan2Bound(4, y, x, 0.75f, expected, expected + 4);
+                expect_equal_bits(found, expected, *y, *x);
+                expect_equal_bits(found + 4, expected + 4, *y, *x);
+                if (HasFatalFailure())
+                    return;
+            }
+        }
+}
+
 TEST(Exhaustive, SamplesTimesTables)
 {
     constexpr std::size_t n = 65536;
@@ -84,8 +113,10 @@ TEST(Exhaustive, SamplesTimesTables)
     short* const table = room.data() + (16 - reinterpret_cast<std::uintptr_t>(room.data()) % 16) % 16 / sizeof(short);
     std::vector<short> q15[4];
     std::vector<float> floats[4];
+    std::vector<int> integers[4];
     for (int i = 0; i < 4; ++i) {
         q15[i].resize(n);
+        integers[i].resize(n);
         floats[i].resize(n);
     }
     for (const int entry : {-32768, -32767, -32766, -23170, -16384, -12345, -257, -256,  -255,  -3,    -2,    -1,    0,
@@ -99,6 +130,14 @@ TEST(Exhaustive, SamplesTimesTables)
         Plain::Demodulate(rf.data(), table, table, floats[2].data(), floats[3].data(), n);
         EXPECT_EQ(floats[0], floats[2]) << entry;
         EXPECT_EQ(floats[1], floats[3]) << entry;
+        CUtils_SSE::DemodulateColor(rf.data(), table, table, floats[0].data(), floats[1].data(), n);
+        Plain::DemodulateColor(rf.data(), table, table, floats[2].data(), floats[3].data(), n);
+        EXPECT_EQ(floats[0], floats[2]) << entry;
+        EXPECT_EQ(floats[1], floats[3]) << entry;
+        CUtils_SSE::DemodulateColorNew(rf.data(), table, table, integers[0].data(), integers[1].data(), n);
+        Plain::DemodulateColorNew(rf.data(), table, table, integers[2].data(), integers[3].data(), n);
+        EXPECT_EQ(integers[0], integers[2]) << entry;
+        EXPECT_EQ(integers[1], integers[3]) << entry;
     }
 }
 

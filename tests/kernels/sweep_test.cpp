@@ -48,13 +48,12 @@ bool same(Element element, const unsigned char* a, const unsigned char* b, std::
 {
     if (std::memcmp(a, b, size) == 0)
         return true;
-    if (element != Element::float32)
-        return false;
-    float x = 0;
-    float y = 0;
-    std::memcpy(&x, a, sizeof x);
-    std::memcpy(&y, b, sizeof y);
-    return std::isnan(x) && std::isnan(y);
+    const auto both_nan = [&](auto x, auto y) {
+        std::memcpy(&x, a, sizeof x);
+        std::memcpy(&y, b, sizeof y);
+        return std::isnan(x) && std::isnan(y);
+    };
+    return (element == Element::float32 && both_nan(0.0f, 0.0f)) || (element == Element::float64 && both_nan(0.0, 0.0));
 }
 
 std::string shown(Element element, const unsigned char* value)
@@ -73,6 +72,22 @@ std::string shown(Element element, const unsigned char* value)
     case Element::int16:
         std::memcpy(&bits, value, 2);
         text << static_cast<std::int16_t>(bits);
+        break;
+    case Element::float64: {
+        double number = 0;
+        std::memcpy(&number, value, sizeof number);
+        text << std::setprecision(17) << number;
+        break;
+    }
+    case Element::int64: {
+        long long number = 0;
+        std::memcpy(&number, value, sizeof number);
+        text << number;
+        break;
+    }
+    case Element::uint16:
+        std::memcpy(&bits, value, 2);
+        text << bits;
         break;
     case Element::uint8:
     case Element::none:
@@ -94,8 +109,8 @@ class Sweeper
 public:
     Sweeper(const Operation& operation, AnyFunction plain, unsigned number)
         : operation_(operation), arguments_(operation.arguments), plain_(plain), random_(seed() * 1000u + number),
-          buffers_(arguments_.size()), before_(arguments_.size()), expected_(arguments_.size()), positions_(arguments_.size()),
-          values_(arguments_.size())
+          buffers_(arguments_.size()), lists_(arguments_.size()), before_(arguments_.size()), expected_(arguments_.size()),
+          positions_(arguments_.size()), values_(arguments_.size())
     {}
 
     Failure run()
@@ -109,17 +124,30 @@ public:
                 break; // the matrix of 4099 firings fills 64 MB
             else if (Failure failure = run_length(length, 4, 2))
                 return failure;
+        for (const long long length : operation_.length().swept)
+            if (Failure failure = run_length(length, 4, 2))
+                return failure;
         return std::nullopt;
     }
 
 private:
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
+    // One array of a list.
+    struct Listed
+    {
+        Bytes content;
+        GuardedBuffer buffer;
+        bool is_shared = false; // lies where the other shared arguments do
+    };
+
     Failure run_length(long long length, std::size_t most_combinations, int data_sets)
     {
+        if (!operation_.length().allows(length))
+            return std::nullopt;
         std::size_t combinations = 1;
         for (const Argument& argument : arguments_)
-            combinations *= std::max<std::size_t>(argument.swept.size(), 1);
+            combinations *= argument.is_length ? 1 : std::max<std::size_t>(argument.swept.size(), 1);
         const bool enumerate = combinations <= most_combinations;
         for (std::size_t c = 0; c < std::min(combinations, most_combinations); ++c) {
             choose_counts(length, enumerate ? c : npos);
@@ -180,7 +208,10 @@ private:
     }
 
     // The argument whose memory this one uses.
-    std::size_t home(std::size_t index) const { return is_shared(index) ? shared_->front() : index; }
+    std::size_t home(std::size_t index) const
+    {
+        return is_shared(index) && !arguments_[index].is_list() ? shared_->front() : index;
+    }
 
     void make_data()
     {
@@ -197,21 +228,70 @@ private:
             }
             before_[i].assign(argument.bytes_before(counts_) + argument.bytes(counts_) + argument.bytes_beyond(counts_),
                               poison_);
-            if (argument.role == Role::in || argument.role == Role::inout) {
+            if (argument.is_list()) {
+                make_list(i, tame);
+            } else if (argument.role == Role::in || argument.role == Role::inout) {
                 fill(argument.element, before_[i].data(), before_[i].size() / argument.element_size, tame, random_);
                 if (is_shared(i))
                     source = i;
             }
         }
-        if (shared_)
+        if (!shared_)
+            return;
+        if (source != npos)
             for (const std::size_t i : *shared_)
                 before_[i] = before_[source];
+        for (const std::size_t i : *shared_)
+            for (const Listed& listed : lists_[i])
+                if (listed.is_shared)
+                    before_[home(shared_->front())] = listed.content;
+    }
+
+    // The arrays of a list; of a shared one, one of them is.
+    void make_list(std::size_t index, bool tame)
+    {
+        const Argument& argument = arguments_[index];
+        std::vector<Listed>& list = lists_[index];
+        list.resize(argument.extent(counts_));
+        for (Listed& listed : list) {
+            listed.content.assign(argument.listed_bytes(counts_), poison_);
+            fill(argument.element, listed.content.data(), listed.content.size() / argument.listed_element_size, tame, random_);
+            listed.is_shared = false;
+        }
+        if (is_shared(index) && !list.empty())
+            list[below(random_, list.size())].is_shared = true;
+    }
+
+    // Writes the addresses of a list's arrays into its table of pointers.
+    template <class Address>
+    void point_to(Bytes& table, std::vector<Listed>& list, const Address& address)
+    {
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            const unsigned char* const pointer = address(list[i]);
+            std::memcpy(table.data() + i * sizeof pointer, &pointer, sizeof pointer);
+        }
+    }
+
+    void place_list(std::size_t index)
+    {
+        point_to(before_[index], lists_[index], [&](Listed& listed) -> const unsigned char* {
+            if (listed.is_shared)
+                return buffers_[shared_->front()].data();
+            const Against side = below(random_, 2) ? Against::end : Against::start;
+            const std::size_t size = arguments_[index].listed_element_size;
+            listed.buffer.place(listed.content.size(), size, side, below(random_, 16) / size * size, poison_);
+            if (!listed.content.empty())
+                std::memcpy(listed.buffer.data(), listed.content.data(), listed.content.size());
+            return listed.buffer.data();
+        });
     }
 
     // Without sharing: what it is like in place follows from what it is like out of place.
     void compute_expected()
     {
         expected_ = before_;
+        for (std::size_t i = 0; i < arguments_.size(); ++i)
+            point_to(expected_[i], lists_[i], [](const Listed& listed) { return listed.content.data(); });
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (arguments_[i].is_array())
                 values_[i] = Value(expected_[i].data() + arguments_[i].bytes_before(counts_));
@@ -220,9 +300,10 @@ private:
 
     Failure check_call()
     {
-        for (std::size_t i = 0; i < arguments_.size(); ++i)
-            if (arguments_[i].is_array() && home(i) == i)
-                place(i);
+        for (const bool lists : {false, true}) // a list may point to an array that is placed as another argument
+            for (std::size_t i = 0; i < arguments_.size(); ++i)
+                if (arguments_[i].is_array() && arguments_[i].is_list() == lists && home(i) == i)
+                    place(i);
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (arguments_[i].is_array())
                 values_[i] = Value(buffers_[home(i)].data() + arguments_[i].bytes_before(counts_));
@@ -239,7 +320,7 @@ private:
         unsigned char wanted[8];
         std::memcpy(found, &result, sizeof found);
         std::memcpy(wanted, &expected_result_, sizeof wanted);
-        if (operation_.result_element != Element::none && !same(operation_.result_element, wanted, found, 4))
+        if (operation_.result_element != Element::none && !same(operation_.result_element, wanted, found, sizeof found))
             return describe() + "\n  result: expected " + shown(operation_.result_element, wanted) + ", found " +
                    shown(operation_.result_element, found);
         for (std::size_t i = 0; i < arguments_.size(); ++i)
@@ -251,6 +332,7 @@ private:
 
     void place(std::size_t index)
     {
+        place_list(index);
         std::size_t alignment = arguments_[index].alignment_at(counts_);
         for (std::size_t i = 0; i < arguments_.size(); ++i)
             if (home(i) == index)
@@ -271,7 +353,13 @@ private:
             if (const auto where = buffer.stray_write())
                 return describe() + "\n  written outside " + argument.name + ", at byte " + std::to_string(*where) + " of " +
                        std::to_string(buffer.bytes());
-        if (is_shared(index) && !argument.is_written())
+        for (std::size_t i = 0; i < lists_[index].size(); ++i) {
+            const Listed& listed = lists_[index][i];
+            if (!listed.is_shared && (listed.buffer.stray_write() ||
+                                      !std::equal(listed.content.begin(), listed.content.end(), listed.buffer.data())))
+                return describe() + "\n  written to or around " + argument.name + "[" + std::to_string(i) + "]";
+        }
+        if (home(index) != index && !argument.is_written())
             return std::nullopt;
         const Bytes& expected = argument.is_written() ? expected_[index] : before_[index];
         const std::size_t size = argument.element_size;
@@ -324,6 +412,12 @@ private:
             if (arguments_[i].is_array() && home(i) == i && buffers_[i].owns(address))
                 text << ": byte " << static_cast<std::ptrdiff_t>(address - start_of(i)) << " of " << arguments_[i].name
                      << ", which has " << buffers_[i].bytes();
+        for (std::size_t i = 0; i < arguments_.size(); ++i)
+            for (std::size_t k = 0; k < lists_[i].size(); ++k)
+                if (!lists_[i][k].is_shared && lists_[i][k].buffer.owns(address))
+                    text << ": " << arguments_[i].name << "[" << k << "], at byte "
+                         << static_cast<std::ptrdiff_t>(address - reinterpret_cast<std::uintptr_t>(lists_[i][k].buffer.data()))
+                         << " of " << lists_[i][k].buffer.bytes();
         return text.str();
     }
 
@@ -344,6 +438,7 @@ private:
     AnyFunction plain_;
     Random random_;
     std::vector<GuardedBuffer> buffers_;
+    std::vector<std::vector<Listed>> lists_; // of arguments that are one
 
     // The call under test; one entry for each argument.
     Counts counts_;

@@ -43,6 +43,7 @@ const float float_edges[] = {0.0f,          -0.0f,
                              -infinity,     std::numeric_limits<float>::quiet_NaN()};
 const float float_units[] = {1.0f, 1.0f, 1.0f, -1.0f, 0.5f, 2.0f};
 const short short_edges[] = {-32768, -32767, -16384, -1, 0, 1, 2, 255, 256, 16384, 32766, 32767};
+const unsigned short unsigned_short_edges[] = {0, 1, 2, 16, 64, 85, 255, 256, 257, 512, 4096, 32767, 32768, 65280, 65535};
 const int int_edges[] = {0, 0, 0, 0, 1, 2, -1, INT_MIN, INT_MAX}; // flags: mostly off
 const unsigned char byte_edges[] = {0, 1, 15, 16, 127, 128, 240, 254, 255};
 
@@ -137,10 +138,14 @@ void fill(Element element, void* data, std::size_t count, bool tame, Random& ran
         return fill_floats(static_cast<float*>(data), count, tame, random);
     case Element::int16:
         return fill_integers(static_cast<short*>(data), count, tame, short_edges, random);
+    case Element::uint16:
+        return fill_integers(static_cast<unsigned short*>(data), count, tame, unsigned_short_edges, random);
     case Element::uint8:
         return fill_integers(static_cast<unsigned char*>(data), count, tame, byte_edges, random);
     case Element::int32:
         return fill_integers(static_cast<int*>(data), count, tame, int_edges, random);
+    case Element::float64:
+    case Element::int64:
     case Element::none:
         break;
     }

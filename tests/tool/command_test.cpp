@@ -13,7 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <map>
 #include <random>
 #include <set>
 #include <string>
@@ -375,18 +377,16 @@ TEST_F(Commands, DemonstrateAndRecord)
 {
     const Outcome demo = run("demo -o new/pictures --write-recording new/echoes --timing");
     EXPECT_EQ(demo.code, 0) << demo.out << demo.err;
-    for (const char* text : {"bmode.png", "harmonic.png", "sum: fundamental", "measurements are right", "pulse inversion"})
+    for (const char* text : {"bmode.png", "harmonic.png", "colour.png", "flow at +0.0 radii", "sum: fundamental",
+                             "measurements are right", "pulse inversion"})
         EXPECT_NE(demo.out.find(text), std::string::npos) << demo.out;
     EXPECT_EQ(demo.out.find("WRONG"), std::string::npos);
-    EXPECT_EQ(run("verify new/pictures/bmode.png").code, 0);
-    EXPECT_EQ(run("verify new/pictures/harmonic.png").code, 0);
-    EXPECT_EQ(run("verify new/pictures/motion.png").code, 0);
-
-    // The documentation shows today's pictures.
-    for (const char* name : {"bmode.png", "harmonic.png", "motion.png"}) {
-        const PngPicture shown = read_png(fs::path(UTILS_SSE_SOURCE_DIR "/docs/images") / (std::string("synthetic-") + name));
+    for (const std::string name : {"bmode.png", "harmonic.png", "colour.png", "motion.png"}) {
+        EXPECT_EQ(run("verify new/pictures/" + name).code, 0) << name;
+        // The documentation shows today's pictures.
+        const PngPicture shown = read_png(fs::path(UTILS_SSE_SOURCE_DIR "/docs/images") / ("synthetic-" + name));
         const PngPicture made = read_png(folder / "new/pictures" / name);
-        EXPECT_TRUE(shown.image.pixels == made.image.pixels && shown.image.marks == made.image.marks) << name;
+        EXPECT_TRUE(shown.image.width == made.image.width && shown.rgb == made.rgb) << name;
     }
 
     // The recording gives the demo's picture.
@@ -473,6 +473,118 @@ TEST_F(Commands, WriteTheEnvelope)
     EXPECT_EQ(timed.err, "") << "no progress in a pipe";
     for (const char* stage : {"read", "demodulate", "envelope", "compress", "scan conversion", "write", "frames per s"})
         EXPECT_NE(timed.out.find(stage), std::string::npos) << timed.out;
+}
+
+// Ensembles in any order of the axes give the same maps and pictures.
+TEST_F(Commands, PaintFlow)
+{
+    const std::map<std::string, int> counts = {{"frame", 2}, {"line", 6}, {"sample", 40}, {"firing", 8}, {"component", 2}};
+    const auto value = [](std::map<std::string, int>& at) {
+        const double phase = 0.3 * at["sample"] + 0.08 * at["line"] * at["firing"] + at["frame"];
+        const double part = at["component"] == 0 ? std::cos(phase) : std::sin(phase);
+        return static_cast<std::int16_t>(std::lround(500 * part) + 3000 * at["frame"] + 10 * at["line"]);
+    };
+    const std::string about = "content: iq\ntype: int16\nsampling_frequency: 10 MHz\ncenter_frequency: 5 MHz\n"
+                              "pulse_repetition_frequency: 4 kHz\ngeometry: {kind: linear, line_pitch: 0.3 mm}\n";
+    const auto record = [&](const std::string& name, const std::vector<std::string>& axes) {
+        std::string bytes;
+        std::map<std::string, int> at;
+        const std::function<void(std::size_t)> store = [&](std::size_t axis) {
+            if (axis == axes.size()) {
+                const std::int16_t sample = value(at);
+                bytes.append(reinterpret_cast<const char*>(&sample), sizeof sample);
+                return;
+            }
+            for (int i = 0; i < counts.at(axes[axis]); ++i) {
+                at[axes[axis]] = i;
+                store(axis + 1);
+            }
+        };
+        store(0);
+        write_file(folder / (name + ".raw"), bytes);
+        std::string list;
+        std::string shape;
+        for (const std::string& axis : axes) {
+            list += (list.empty() ? "" : ", ") + axis;
+            shape += (shape.empty() ? "" : ", ") + std::to_string(counts.at(axis));
+        }
+        describe(name, "file: " + name + ".raw\naxes: [" + list + "]\nshape: [" + shape + "]\n" + about);
+    };
+    record("usual", {"frame", "line", "sample", "firing", "component"});
+    record("firing_first", {"frame", "firing", "line", "sample", "component"});
+    record("other", {"component", "sample", "firing", "line", "frame"});
+    std::map<std::string, std::string> usual;
+    for (const std::string name : {"usual", "firing_first", "other"}) {
+        expect_success("colour " + name +
+                       ".yml -o v.png --power p.png --spread s.png --npy m.npy --frame 1 --firings 7 "
+                       "--filter mean --average 1x1 --mix --scale --map variance --baseline -0.9 --power-threshold 3dB "
+                       "--tissue-speed 2cm/s");
+        for (const char* map : {"m-phase.npy", "m-power.npy", "m-spread.npy", "m-velocity.npy"}) {
+            const std::string content = content_of(folder / map);
+            EXPECT_EQ(content.size(), 128 + sizeof(float) * 6 * 40) << map;
+            EXPECT_EQ(usual.emplace(map, content).first->second, content) << name << ", " << map;
+        }
+        for (const char* picture : {"v.png", "p.png", "s.png"}) {
+            const Outcome equal = run(std::string("verify ") + picture);
+            EXPECT_EQ(equal.code, 0) << equal.out << equal.err;
+            const std::string pixels = equal.out.substr(equal.out.find("recipe"));
+            EXPECT_EQ(usual.emplace(picture, pixels).first->second, pixels) << name << ", " << picture;
+        }
+    }
+    // Line 5 turns by 0.4 radians per firing, which lie above the shifted range: 0.4 / pi - 2 of 30.8 cm/s.
+    float velocity = 0;
+    std::memcpy(&velocity, usual["m-velocity.npy"].data() + 128 + sizeof velocity * (5 * 40 + 20), sizeof velocity);
+    EXPECT_NEAR(velocity, (0.4 / 3.14159265 - 2) * 0.308, 0.01);
+    const Outcome recipe = run("info v.png");
+    EXPECT_NE(recipe.out.find("Clutter filter: mean\n"), std::string::npos) << recipe.out;
+    PngPicture changed = read_png(folder / "v.png");
+    for (auto& [keyword, text] : changed.text)
+        if (keyword == "Baseline")
+            text = "2";
+    rewrite("changed.png", changed.image, changed.text);
+    expect_refusal("verify changed.png", "Baseline");
+    expect_refusal("verify v.png --input missing.yml", "missing.yml");
+    EXPECT_EQ(run("verify v.png --input usual.yml").code, 1) << "another input";
+
+    const Outcome filter = run("colour usual.yml --show-filter --filter dct:2");
+    EXPECT_EQ(filter.code, 0) << filter.err;
+    EXPECT_NE(filter.out.find("response"), std::string::npos) << filter.out;
+
+    std::string bare = about;
+    bare.erase(bare.find("pulse_repetition"), std::string("pulse_repetition_frequency: 4 kHz\n").size());
+    describe("bare", "file: usual.raw\naxes: [frame, line, sample, firing, component]\nshape: [2, 6, 40, 8, 2]\n" + bare);
+    expect_success("colour bare.yml -o p.png --unit rad");
+    expect_success("colour bare.yml -o p.png --pulse-repetition-frequency 4kHz");
+    const std::pair<std::string, const char*> cases[] = {
+        {"colour usual.yml", "-o"},
+        {"colour bare.yml -o q.png", "pulse_repetition_frequency"},
+        {"colour rf.yml -o q.png", "content rf"},
+        {"colour iq.yml -o q.png", "firing"},
+        {"colour usual.yml -o q.jpg", ".png"},
+        {"colour usual.yml -o q.png --power q.png", "two outputs"},
+        {"colour usual.yml --npy q.txt", ".npy"},
+        {"colour usual.yml -o none/q.png", "none"},
+        {"colour usual.yml -o q.png --frame 2", "--frame"},
+        {"colour usual.yml -o q.png --firings 9", "--firings"},
+        {"colour usual.yml -o q.png --firings 2", "--firings"},
+        {"colour usual.yml -o q.png --filter poly:7", "--filter"},
+        {"colour usual.yml -o q.png --filter fir", "--filter"},
+        {"colour usual.yml -o q.png --filter none --mix", "--mix"},
+        {"colour usual.yml -o q.png --average 2x3", "--average"},
+        {"colour usual.yml -o q.png --average 3", "--average"},
+        {"colour usual.yml -o q.png --map rainbow", "--map"},
+        {"colour usual.yml -o q.png --unit knots", "--unit"},
+        {"colour usual.yml -o q.png --baseline 1.5", "--baseline"},
+        {"colour usual.yml -o q.png --power-threshold -3dB", "--power-threshold"},
+        {"colour usual.yml -o q.png --spread-threshold 0", "--spread-threshold"},
+        {"colour usual.yml -o q.png --tissue-speed 1m/s", "--tissue-speed"},
+        {"colour usual.yml -o q.png --tissue-grey 256", "--tissue-grey"},
+        {"colour usual.yml -o q.png --center-frequency 5", "--center-frequency"},
+        {"colour usual.yml -o q.png --width 0", "--width"},
+        {"colour usual.yml -o usual.raw", ".png"},
+    };
+    for (const auto& [arguments, what] : cases)
+        expect_refusal(arguments, what);
 }
 
 TEST_F(Commands, RefuseInOneLine)

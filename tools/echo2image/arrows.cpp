@@ -1,7 +1,8 @@
 #include "arrows.h"
 
+#include "small_text.h"
+
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -14,23 +15,7 @@ namespace {
 constexpr int greatest_magnification = 10;
 constexpr double head_length = 6; // pixels
 constexpr int strip_height = 24;
-constexpr int glyph_rows = 7;
-constexpr int glyph_columns = 5;
-constexpr int letter_size = 2; // pixels per dot
 constexpr std::uint8_t ink = 200;
-
-struct Glyph
-{
-    char letter;
-    std::array<std::uint8_t, glyph_rows> rows; // five dots each, the left one is bit 4
-};
-
-constexpr Glyph glyphs[] = {
-    {'0', {0x0e, 0x11, 0x13, 0x15, 0x19, 0x11, 0x0e}}, {'1', {0x04, 0x0c, 0x04, 0x04, 0x04, 0x04, 0x0e}},
-    {'2', {0x0e, 0x11, 0x01, 0x06, 0x08, 0x10, 0x1f}}, {'5', {0x1f, 0x10, 0x1e, 0x01, 0x01, 0x11, 0x0e}},
-    {'.', {0x00, 0x00, 0x00, 0x00, 0x00, 0x0c, 0x0c}}, {'m', {0x00, 0x00, 0x1a, 0x15, 0x15, 0x15, 0x15}},
-    {'p', {0x00, 0x00, 0x1e, 0x11, 0x1e, 0x10, 0x10}}, {'x', {0x00, 0x00, 0x11, 0x0a, 0x04, 0x0a, 0x11}},
-};
 
 // Draws on an image and ignores what lies outside.
 class Canvas
@@ -74,20 +59,6 @@ public:
             const double back_x = -dx + side * dy;
             const double back_y = -dy - side * dx;
             line(x + dx, y + dy, x + dx + size * back_x, y + dy + size * back_y, seam);
-        }
-    }
-    void text(int column, int row, const std::string& letters)
-    {
-        for (const char letter : letters) {
-            for (const Glyph& glyph : glyphs)
-                for (int k = 0; glyph.letter == letter && k < glyph_rows * letter_size * glyph_columns * letter_size; ++k) {
-                    const int x = k % (glyph_columns * letter_size);
-                    const int y = k / (glyph_columns * letter_size);
-                    if ((glyph.rows[static_cast<std::size_t>(y / letter_size)] >> (glyph_columns - 1 - x / letter_size) & 1) !=
-                        0)
-                        put(column + x, row + y, ink, false);
-                }
-            column += (glyph_columns + 1) * letter_size;
         }
     }
 
@@ -149,8 +120,8 @@ GreyImage with_arrow_key(const GreyImage& image, int zoom, int magnification, do
     Canvas canvas(keyed);
     const double length = value * pixels_of_unit;
     canvas.arrow(left, image.height + 0.5 * strip_height, length, 0, false);
-    canvas.text(left + static_cast<int>(length) + 10, image.height + (strip_height - glyph_rows * letter_size) / 2,
-                digits + (in_mm ? " mm" : " px"));
+    draw_text(keyed.pixels, keyed.width, left + static_cast<int>(length) + 10,
+              image.height + (strip_height - letter_height) / 2, digits + (in_mm ? " mm" : " px"), ink);
     return keyed;
 }
 

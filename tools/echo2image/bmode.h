@@ -104,6 +104,8 @@ public:
                   double first_sample_offset, int width); // throws BadInput
     // `lines` is [line][sample]; for pictures [row][column].
     GreyImage convert(const std::vector<std::uint8_t>& lines, StageTimes* times = nullptr) const;
+    // Numbers instead of grey values, [line][sample]; interpolated likewise, 0 outside the field of view.
+    std::vector<float> convert(const std::vector<float>& lines) const;
     // Pixel (column, row) of a point in metres, lateral position and depth; whole numbers are middles of pixels. Depth
     // counts from the surface; of a sector from its apex, of a curved array from the first sample straight ahead.
     void pixel_of(double lateral, double depth, double& column, double& row) const;
@@ -148,6 +150,8 @@ private:
     double depth_zero_ = 0; // metres from the apex to depth 0
     std::vector<Entry> lookup_;
 };
+
+constexpr int scale_margin = 16; // pixels
 
 // Adds a black margin with a millimetre scale at the left (depth) and the bottom (lateral position). Throws BadInput when
 // the size of a pixel is unknown.

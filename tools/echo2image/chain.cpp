@@ -29,8 +29,8 @@ std::string number(double value)
     return text;
 }
 
-// The same echoes in a medium of another sound speed. They keep their times, so that depths along the line change; where
-// the probe holds its lines does not.
+} // namespace
+
 Description at_sound_speed(Description description, double sound_speed)
 {
     if (sound_speed == 0)
@@ -46,8 +46,6 @@ Description at_sound_speed(Description description, double sound_speed)
     description.sound_speed = sound_speed;
     return description;
 }
-
-} // namespace
 
 Chain::Chain(const Description& stated, const ChainParameters& wanted) : parameters_(wanted)
 {

@@ -10,6 +10,10 @@
 
 namespace echo2image {
 
+// The same echoes in a medium of another sound speed, 0 for that of the description. They keep their times, so that depths
+// along the line change; where the probe holds its lines does not. Throws BadInput.
+Description at_sound_speed(Description description, double sound_speed);
+
 // Everything besides the samples that decides the pixels. In a request zero means "choose"; in a recipe everything that
 // applies to the recording has its value.
 struct ChainParameters

@@ -63,6 +63,7 @@ struct Entry
 constexpr Entry entries[] = {
     {"bmode.png", make_bmode_picture},
     {"harmonic.png", make_harmonic_picture},
+    {"colour.png", make_colour_picture},
     {"motion.png", make_motion_demo},
 };
 

@@ -1,4 +1,5 @@
 #include "bad_input.h"
+#include "colour_recipe.h"
 #include "commands.h"
 #include "motion_recording.h"
 #include "recipe.h"
@@ -132,6 +133,11 @@ int run_verify(const VerifyOptions& options)
     const Recipe recipe = recipe_of(picture.text, options.picture);
     if (!options.input.empty() && recipe.input == Recipe::Input::synthetic)
         throw BadInput(options.picture + ": was made of synthetic echoes; --input does not apply");
+    if (is_colour_recipe(picture.text)) {
+        const bool synthetic = recipe.input == Recipe::Input::synthetic;
+        const fs::path recording = synthetic ? fs::path() : recording_of(recipe, options);
+        return verify_colour(picture, options.picture, recording, options.data) ? exit_ok : exit_differs;
+    }
     if (recipe.chain.reference == 0 && recipe.chain.dynamic_range != 0)
         throw BadInput(options.picture + ": its recipe lacks \"Reference\"");
 

@@ -17,6 +17,7 @@ struct Command
 };
 
 Command add_bmode_command(CLI::App& program);
+Command add_colour_command(CLI::App& program);
 Command add_info_command(CLI::App& program);
 Command add_motion_command(CLI::App& program);
 Command add_verify_command(CLI::App& program);

@@ -142,7 +142,15 @@ void pack(const GreyImage& image, int y, png_bytep row)
     CUtils_SSE::RGBToColour(row, red, grey, blue, image.width, 255);
 }
 
-void emit(png_structp png, png_infop info, const GreyImage& image, png_const_textp text, int texts, png_bytep row)
+void pack(const ColourImage& image, int y, png_bytep row)
+{
+    const std::size_t start = static_cast<std::size_t>(y) * static_cast<std::size_t>(image.width);
+    CUtils_SSE::RGBToColour(row, image.red.data() + start, image.green.data() + start, image.blue.data() + start, image.width,
+                            255);
+}
+
+template <class Image>
+void emit(png_structp png, png_infop info, const Image& image, png_const_textp text, int texts, png_bytep row)
 {
     png_set_compression_level(png, 2); // speckle hardly gets smaller with more effort
     png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
@@ -166,7 +174,8 @@ void emit(png_structp png, png_infop info, const GreyImage& image, png_const_tex
     png_write_end(png, info);
 }
 
-bool try_to_emit(png_structp png, png_infop info, const GreyImage& image, png_const_textp text, int texts, png_bytep row)
+template <class Image>
+bool try_to_emit(png_structp png, png_infop info, const Image& image, png_const_textp text, int texts, png_bytep row)
 {
     if (setjmp(png_jmpbuf(png)) != 0)
         return false;
@@ -218,9 +227,8 @@ TextFields text_of(png_structp png, png_infop info)
     return fields;
 }
 
-} // namespace
-
-void write_png(OutputFile& file, const GreyImage& image, const TextFields& text)
+template <class Image>
+void write(OutputFile& file, const Image& image, const TextFields& text)
 {
     Complaint complaint;
     Target target{&file, nullptr};
@@ -247,6 +255,18 @@ void write_png(OutputFile& file, const GreyImage& image, const TextFields& text)
             std::rethrow_exception(target.failure);
         throw BadInput(std::string("the picture cannot be written: ") + complaint.text);
     }
+}
+
+} // namespace
+
+void write_png(OutputFile& file, const GreyImage& image, const TextFields& text)
+{
+    write(file, image, text);
+}
+
+void write_png(OutputFile& file, const ColourImage& image, const TextFields& text)
+{
+    write(file, image, text);
 }
 
 bool is_png(const fs::path& path)
@@ -290,6 +310,7 @@ PngPicture read_png(const fs::path& path)
     bool marked = false;
     for (std::uint64_t y = 0; y < height; ++y) {
         check(read_row(reader.png, row.data()));
+        picture.rgb.insert(picture.rgb.end(), row.begin(), row.end());
         for (std::size_t x = 0; x < row.size(); x += 3) {
             const bool grey = row[x] == row[x + 1] && row[x] == row[x + 2];
             const bool mark = !grey && row[x] == marked_red && row[x + 2] == marked_blue;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "bmode.h"
+#include "colour_picture.h"
 #include "output_file.h"
 
 #include <filesystem>
@@ -16,11 +17,13 @@ using TextFields = std::vector<std::pair<std::string, std::string>>;
 
 // 8-bit RGB with all settings fixed, so that the same libpng and zlib write the same bytes. Throws BadInput.
 void write_png(OutputFile& file, const GreyImage& image, const TextFields& text);
+void write_png(OutputFile& file, const ColourImage& image, const TextFields& text);
 
 struct PngPicture
 {
-    GreyImage image;  // pixel_size is left at 0
-    bool grey = true; // nothing but grey and marked pixels
+    GreyImage image;               // pixel_size is left at 0
+    bool grey = true;              // nothing but grey and marked pixels
+    std::vector<std::uint8_t> rgb; // [row][column][red, green, blue]
     TextFields text;
 };
 

@@ -92,19 +92,21 @@ struct FramePlan
     std::size_t size = 0;                 // of a frame, in elements
 };
 
-enum class Firings
+// Which firings of an ensemble a frame holds: the first ones, as lines behind one another or sample by sample.
+struct Firings
 {
-    first,
-    all,
+    std::int64_t count = 1;
+    bool by_sample = false;
 };
 
-FramePlan plan_of(const Description& description, Firings firings)
+FramePlan plan_of(const Description& description, const Firings& firings)
 {
     const bool picture = std::find(description.axes.begin(), description.axes.end(), "row") != description.axes.end();
     const std::int64_t components = description.content == Content::iq ? 2 : 1;
     FramePlan plan;
-    const std::int64_t count = firings == Firings::all ? description.firings : 1;
-    plan.size = static_cast<std::size_t>(description.lines * count * description.samples * components);
+    const std::int64_t line_size = description.samples * components; // of one firing
+    const std::int64_t sample_step = components * (firings.by_sample ? firings.count : 1);
+    plan.size = static_cast<std::size_t>(description.lines * firings.count * line_size);
     std::int64_t stride = 1;
     std::vector<Axis> axes; // fastest first
     for (std::size_t i = description.axes.size(); i-- > 0;) {
@@ -114,11 +116,11 @@ FramePlan plan_of(const Description& description, Firings firings)
         else if (axis == "component")
             axes.push_back({components, stride, 1});
         else if (axis == "sample")
-            axes.push_back({description.samples, stride, components});
-        else if (axis == "firing" && firings == Firings::all)
-            axes.push_back({count, stride, description.samples * components});
+            axes.push_back({description.samples, stride, sample_step});
+        else if (axis == "firing" && firings.count > 1)
+            axes.push_back({firings.count, stride, firings.by_sample ? components : line_size});
         else if (axis == "line")
-            axes.push_back({description.lines, stride, count * description.samples * components});
+            axes.push_back({description.lines, stride, firings.count * line_size});
         else if (picture && axis == "column")
             axes.push_back({description.lines, stride, 1});
         else if (picture && axis == "row")
@@ -217,7 +219,7 @@ private:
 };
 
 template <class Sample>
-std::vector<Sample> read_frame(const Description& description, std::int64_t frame, Firings firings = Firings::first)
+std::vector<Sample> read_frame(const Description& description, std::int64_t frame, const Firings& firings = {})
 {
     if (sizeof(Sample) != static_cast<std::size_t>(bytes_per_element(description.type)))
         throw std::logic_error(name_of(description.source) + ": the samples are of another type");
@@ -337,7 +339,17 @@ std::vector<std::int16_t> Recording::read_frame_i16(std::int64_t frame) const
 
 std::vector<std::int16_t> Recording::read_firings_i16(std::int64_t frame) const
 {
-    return read_frame<std::int16_t>(description(), frame, Firings::all);
+    return read_frame<std::int16_t>(description(), frame, {description().firings, false});
+}
+
+std::vector<std::int16_t> Recording::read_ensembles_i16(std::int64_t frame, std::int64_t firings) const
+{
+    const Description& d = description();
+    if (d.content != Content::iq)
+        reject(d.source, "content", "iq for ensembles", to_string(d.content));
+    if (firings < 1 || firings > d.firings)
+        reject(d.source, "firings", "1 to " + std::to_string(d.firings), std::to_string(firings));
+    return read_frame<std::int16_t>(d, frame, {firings, true});
 }
 
 std::vector<std::uint8_t> Recording::read_frame_u8(std::int64_t frame) const

@@ -118,6 +118,8 @@ public:
     std::vector<std::int16_t> read_frame_i16(std::int64_t frame) const;
     // The same with all firings of an ensemble: [line][firing][sample] (rf), [line][firing][sample][I, Q] (iq).
     std::vector<std::int16_t> read_firings_i16(std::int64_t frame) const;
+    // The first firings of I/Q ensembles, sample by sample: [line][sample][firing][I, Q].
+    std::vector<std::int16_t> read_ensembles_i16(std::int64_t frame, std::int64_t firings) const;
     // Frame as [line][sample], for pictures as [row][column].
     std::vector<std::uint8_t> read_frame_u8(std::int64_t frame) const;
 

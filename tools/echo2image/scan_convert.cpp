@@ -321,7 +321,7 @@ GreyImage with_scale(const GreyImage& image, const ScanConverter& converter)
 {
     if (!(image.pixel_size > 0))
         throw BadInput("--scale needs pixels of known size; the recording does not state row and column spacing");
-    constexpr int margin = 16;
+    constexpr int margin = scale_margin;
     constexpr int long_tick = 10;
     constexpr int short_tick = 5;
     constexpr std::uint8_t ink = 160;

@@ -51,6 +51,9 @@ public:
         tissue,
         noise,
         noise_of_second_firing,
+        tissue_around_flow,
+        blood,
+        noise_of_flow,
         noise_of_second_frame = 20,
     };
     RandomStream(std::uint32_t seed, Purpose purpose)

@@ -1,0 +1,57 @@
+// Sums of absolute differences of two segments of floats or of pixels.
+#include "simd/loops.h"
+#include "utils_sse.h"
+
+using namespace simd;
+
+namespace {
+
+// The sum over the lowest pixels of both segments, which are as many as a part has. SSE2 has the instruction for it.
+template <class Pixels>
+UTILS_SSE_INLINE i64 sum_of_part(const unsigned char* a, const unsigned char* b)
+{
+    return even_to_64(sum_absolute_differences(Pixels::load(a), Pixels::load(b)));
+}
+
+// What is left below 2 * Bytes pixels: no pixel may be counted twice, so parts of 8, 4, 2 and 1.
+template <int Bytes>
+UTILS_SSE_INLINE void sum_rest(i64& sum, Rest rest, const unsigned char* a, const unsigned char* b)
+{
+    if (rest.count >= Bytes) {
+        sum = add_wrap(sum, sum_of_part<Part<u8, Bytes>>(a + rest.i, b + rest.i));
+        rest.count -= Bytes;
+        rest.i += Bytes;
+    }
+    if constexpr (Bytes > 1)
+        sum_rest<Bytes / 2>(sum, rest, a, b);
+}
+
+} // namespace
+
+float CUtils_SSE::SumAbsDiff(const float* a, const float* b, int n)
+{
+    return sum_in_lanes(
+        n,
+        [=](auto v, std::ptrdiff_t i)
+            UTILS_SSE_LAMBDA { return absolute(load<decltype(v)>(a + i) - load<decltype(v)>(b + i)); },
+        ahead<64>(a), ahead<64>(b));
+}
+
+long long CUtils_SSE::SumAbsDiff(const unsigned char* a, const unsigned char* b, int n)
+{
+    using Block = Part<u8, 16>;
+    i64 sums[4] = {zero<i64>(), zero<i64>(), zero<i64>(), zero<i64>()};
+    Rest rest = read_blocks<64, 1>(
+        n,
+        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            repeat<4>([&](auto k) UTILS_SSE_LAMBDA {
+                sums[k] = add_wrap(sums[k], sum_of_part<Block>(a + i + k * 16, b + i + k * 16));
+            });
+        },
+        ahead<64>(a), ahead<64>(b));
+    i64 sum = add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3]));
+    for (; rest.count >= 16; rest.count -= 16, rest.i += 16)
+        sum = add_wrap(sum, sum_of_part<Block>(a + rest.i, b + rest.i));
+    sum_rest<8>(sum, rest, a, b);
+    return fold_wrap(sum);
+}

@@ -1,0 +1,110 @@
+// Averages of a list of frames with a divisor for each pixel.
+#include "filters/frame_sums.h"
+#include "utils_sse.h"
+
+using namespace simd;
+
+namespace {
+
+// min(255, p >> 8) of the 32-bit products p = s * m, both read as signed and p then as unsigned: a negative product gives 255.
+UTILS_SSE_INLINE u8 divide_saturating(PixelSums s, i16 m_low, i16 m_high)
+{
+    const u8 middle = narrow_saturate(divide_wrapping(s.low, m_low), divide_wrapping(s.high, m_high)); // bits 8 .. 15
+    const u8 beyond = narrow_saturate_signed(multiply_high(s.low, m_low), multiply_high(s.high, m_high));
+    const u8 fits = equal(beyond, zero<u8>());
+    return bit_or(middle, bit_without(broadcast_byte(255), fits));
+}
+
+// Frame weights in sixteenths. In the body of a frame's products the low 16 bits count, in the tail all of them, on purpose.
+struct WrappingWeights
+{
+    struct Weight
+    {
+        i16 w;
+        UTILS_SSE_INLINE i16 operator()(i16 pixels) const { return shift_right_unsigned<4>(multiply_low(pixels, w)); }
+    };
+    const short* weights;
+    UTILS_SSE_INLINE Weight of(std::ptrdiff_t j) const { return {broadcast_short(weights[j])}; }
+};
+
+struct FullWeights
+{
+    struct Weight
+    {
+        i16 w;
+        UTILS_SSE_INLINE i16 operator()(i16 pixels) const // bits 4 .. 19 of the product
+        {
+            return bit_or(shift_right_unsigned<4>(multiply_low(pixels, w)), shift_left<12>(multiply_high_unsigned(pixels, w)));
+        }
+    };
+    const short* weights;
+    UTILS_SSE_INLINE Weight of(std::ptrdiff_t j) const { return {broadcast_short(weights[j])}; }
+};
+
+} // namespace
+
+void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount, const unsigned short* mask,
+                             int n)
+{
+    const Frames list{frames, frameCount};
+    const short* m = lanes_of(mask);
+    // Body and tail keep bits 8 .. 15 of the product; nothing saturates.
+    map_frame_sums(
+        n, dst, list, Unweighted(),
+        [=](PixelSums s, std::ptrdiff_t i)
+            UTILS_SSE_LAMBDA { return narrow_saturate(divide_wrapping<8>(s.low, m, i), divide_wrapping<8>(s.high, m, i + 8)); },
+        list, Unweighted(),
+        [=](auto count, i16 s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_wrapping<count()>(s, m, i); });
+}
+
+void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount, const unsigned short* mask,
+                             int n, unsigned short* weights)
+{
+    const Frames list{frames, frameCount};
+    const short* m = lanes_of(mask);
+    const short* w = lanes_of(weights);
+    map_frame_sums(
+        n, dst, list, WrappingWeights{w},
+        [=](PixelSums s, std::ptrdiff_t i)
+            UTILS_SSE_LAMBDA { return divide_saturating(s, load<i16>(m + i), load<i16>(m + i + 8)); },
+        list, FullWeights{w}, // and no saturation, on purpose
+        [=](auto count, i16 s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_wrapping<count()>(s, m, i); });
+}
+
+void CUtils_SSE::MaskAverageWithDifferentDivisors(unsigned char* dst, const unsigned char* const* frames, int frameCount, int n,
+                                                  unsigned short* weights)
+{
+    const Frames list{frames, frameCount};
+    const short* w = lanes_of(weights);
+    map_frame_sums(
+        n, dst, list, WrappingWeights{w},
+        [](PixelSums s, std::ptrdiff_t) UTILS_SSE_LAMBDA { return narrow_saturate(s.low, s.high); }, list, FullWeights{w},
+        // The tail divides by 256 once more, on purpose.
+        [](auto, i16 s, std::ptrdiff_t) UTILS_SSE_LAMBDA { return shift_right_unsigned<8>(s); });
+}
+
+void CUtils_SSE::ApplyDivisorMask(unsigned char* dst, const unsigned char* src, const unsigned short* mask, int n)
+{
+    const short* m = lanes_of(mask);
+    const Rest rest = map_blocks<16, 4>(
+        n,
+        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const u8 pixels = load<u8>(src + i);
+            const i16 m_low = load<i16>(m + i);
+            const i16 m_high = load<i16>(m + i + 8);
+            // Factors from 32768 on are negative, on purpose: they give 255, and 0 only for black.
+            const u8 saturated = bit_without(top_bit(narrow_saturate_signed(m_low, m_high)), equal(pixels, zero<u8>()));
+            return in_order(
+                bit_or(narrow_saturate(multiply_high_unsigned(widen_low_to_top(pixels), m_low), // (p * 256 * m) >> 16
+                                       multiply_high_unsigned(widen_high_to_top(pixels), m_high)),
+                       saturated));
+        },
+        [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src), ahead<1024>(m));
+    // The tail keeps the low 8 bits and reads the factor as unsigned, on purpose.
+    cover_in_place<8>(
+        rest,
+        [=](auto count, std::ptrdiff_t i)
+            UTILS_SSE_LAMBDA { return divide_wrapping<count()>(widen_low(Part<u8, count()>::load(src + i)), m, i); },
+        [=](auto count, std::ptrdiff_t i, i16 pixels)
+            UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, narrow_saturate(pixels, pixels)); });
+}

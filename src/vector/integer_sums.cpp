@@ -1,0 +1,71 @@
+// Sums and means of integer arrays.
+#include "simd/loops.h"
+#include "utils_sse.h"
+
+using namespace simd;
+
+namespace {
+
+// The sum of block(i) over whole blocks, which wraps. Integers may be added in any order, so four sums run side by side.
+template <int Block, class Values>
+UTILS_SSE_INLINE Rest sum_blocks(int n, int& sum, const Values& block)
+{
+    i32 sums[4] = {zero<i32>(), zero<i32>(), zero<i32>(), zero<i32>()};
+    const auto add = [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sums[k] = in_order(add_wrap(sums[k], block(i + k * Block))); });
+    };
+    Rest rest = read_blocks<8 * Block, 1>(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { add(i), add(i + 4 * Block); });
+    for (; rest.count >= Block; rest.count -= Block, rest.i += Block)
+        sums[0] = add_wrap(sums[0], block(rest.i));
+    sum = fold_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3])));
+    return rest;
+}
+
+// The number that a mean is divided by: of no elements it is 0 / 0.
+UTILS_SSE_INLINE float divisor(int n)
+{
+    return to_float(maximum(n, 0));
+}
+
+} // namespace
+
+float CUtils_SSE::DotProduct(const short* a, const short* b, int n)
+{
+    f32 lanes = zero<f32>();
+    const Rest rest = read_blocks<8, 4>(
+        n,
+        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            lanes = lanes + to_float(shift_right<15>(multiply_add_pairs(load<i16>(a + i), load<i16>(b + i))));
+        },
+        ahead<1024>(a), ahead<1024>(b));
+    float sum = fold(lanes);
+    // The body shifts the sum of two products, the tail every single one: it loses more.
+    for_rest(
+        rest,
+        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const i32x2 products = multiply_exact(load_four(a + i), load_four(b + i));
+            const f32 terms = to_float(shift_right<15>(products.low));
+            repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sum = sum + lane<k()>(terms); });
+        },
+        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(multiply_exact(a[i], b[i]) >> 15); });
+    return sum;
+}
+
+float CUtils_SSE::SumProduct(const int* a, int n)
+{
+    int whole = 0;
+    const Rest rest = sum_blocks<4>(n, whole, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return load<i32>(a + i); });
+    float sum = to_float(whole);
+    for_up_to_three(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(a[i]); });
+    return sum / divisor(n) * 0.00390625f; // 1 / 256
+}
+
+float CUtils_SSE::SumProduct2(const short* a, int n)
+{
+    int whole = 0;
+    const Rest rest = sum_blocks<8>(
+        n, whole, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return multiply_add_pairs(load<i16>(a + i), broadcast_short(1)); });
+    float sum = to_float(whole);
+    for_rest(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(a[i]); });
+    return sum / divisor(n);
+}
