@@ -169,7 +169,7 @@ protected:
 TEST_F(Commands, SayWhatTheyDo)
 {
     EXPECT_EQ(run("--version").out.rfind("echo2image ", 0), 0u);
-    for (const char* command : {"bmode", "demo", "filter", "info", "verify"}) {
+    for (const char* command : {"bmode", "colour", "demo", "filter", "info", "motion", "verify"}) {
         EXPECT_NE(run("--help").out.find(command), std::string::npos);
         EXPECT_EQ(run(std::string(command) + " --help").code, 0);
     }
@@ -195,6 +195,9 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
         "bmode picture.yml -o picture.png --frame 2",
         "bmode rf.yml -o picture.png --frame 2 --median3 --smooth --median2d 5 --persist 12",
         "bmode picture.yml -o picture.png --frame 2 --box --average 2",
+        "motion picture.yml 2 0 -o picture.png --block 64x21 --grid 9 --search 7x3 --threshold 0.123",
+        "motion rf.yml 0 1 -o picture.png --width 200 --dynamic-range 45dB --scale",
+        "motion iq.yml 1 2 -o picture.png",
     };
     for (const std::string& arguments : cases) {
         SCOPED_TRACE(arguments);
@@ -202,8 +205,7 @@ TEST_F(Commands, MakePicturesThatCanBeMadeAgain)
         const std::string bytes = content_of(folder / "picture.png");
         const Outcome info = run("info picture.png");
         EXPECT_EQ(info.code, 0);
-        for (const char* keyword :
-             {"Software: echo2image ", "Command: bmode", "Input SHA-256: ", "Pixels SHA-256: ", "Width: "})
+        for (const char* keyword : {"Software: echo2image ", "Command: ", "Input SHA-256: ", "Pixels SHA-256: ", "Width: "})
             EXPECT_NE(info.out.find(keyword), std::string::npos) << info.out;
         const Outcome verified = run("verify picture.png");
         EXPECT_EQ(verified.code, 0) << verified.out << verified.err;
@@ -363,6 +365,56 @@ TEST_F(Commands, VerifySyntheticPictures)
     expect_refusal("verify seven.png --input rf.yml", "--input");
 }
 
+TEST_F(Commands, TrackSpeckle)
+{
+    // Frame 1 is frame 0 moved 3 columns to the right and 2 rows up.
+    std::mt19937 generator(2);
+    std::string noise;
+    for (int i = 0; i < 110 * 120; ++i)
+        noise += static_cast<char>(generator() % 256);
+    std::string pixels;
+    for (int frame = 0; frame < 2; ++frame)
+        for (int row = 0; row < 100; ++row)
+            pixels += noise.substr(static_cast<std::size_t>((row + 5 + 2 * frame) * 120 + 10 - 3 * frame), 100);
+    write_file(folder / "moved.raw", pixels);
+    const std::string layout =
+        "file: moved.raw\ncontent: bmode\ntype: uint8\naxes: [frame, row, column]\nshape: [2, 100, 100]\n";
+    describe("moved", layout + "geometry: {kind: picture, column_spacing: 0.2 mm, row_spacing: 0.2 mm}\n");
+    const Outcome moved = run("motion moved.yml 0 1 -o moved.png --csv moved.csv --grid 34 --timing");
+    EXPECT_EQ(moved.code, 0) << moved.err;
+    for (const char* text : {"tracked at 100 x 100 of 0.2 mm", "6 of 6 blocks tracked", "3.6 px (0.721 mm)", "motion search"})
+        EXPECT_NE(moved.out.find(text), std::string::npos) << moved.out;
+    const std::string csv = content_of(folder / "moved.csv");
+    EXPECT_EQ(csv.rfind("column,row,right_px,down_px,right_mm,down_mm,correlation,outcome\n15.5,32.0,3,-2,0.6000,-0.4000,", 0),
+              0u)
+        << csv;
+    EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 7);
+
+    // The recipe names what is tracked; another option or another frame is another picture.
+    const PngPicture picture = read_png(folder / "moved.png");
+    for (const char* keyword : {"Second frame", "Grid", "Search range across", "Correlation threshold"}) {
+        TextFields changed = picture.text;
+        for (auto& [name, text] : changed)
+            if (name == keyword)
+                text = "0.999";
+        rewrite("changed.png", picture.image, changed);
+        EXPECT_NE(run("verify changed.png").code, 0) << keyword;
+    }
+
+    expect_refusal("motion moved.yml 0 2 -o new.png", "B: expected a whole number from 0 to 1");
+    expect_refusal("motion moved.yml 0 1 -o new.png --block 33x33", "--block");
+    expect_refusal("motion moved.yml 0 1 -o new.png --block 32", "--block");
+    expect_refusal("motion moved.yml 0 1 -o new.png --block 128x33", "100 x 100");
+    expect_refusal("motion moved.yml 0 1 -o new.png --search 12x", "--search");
+    expect_refusal("motion moved.yml 0 1 -o new.png --threshold 1", "--threshold");
+    expect_refusal("motion moved.yml 0 1 -o new.png --csv moved.raw", ".csv");
+    expect_refusal("motion moved.yml 0 1 -o new.png --csv nowhere/new.csv", "nowhere");
+    expect_refusal("motion picture.yml 0 1 -o new.png --scale", "--scale");
+    describe("disguised", "file: samples.csv\n" + layout.substr(layout.find('\n') + 1) + "geometry: {kind: picture}\n");
+    write_file(folder / "samples.csv", pixels);
+    expect_refusal("motion disguised.yml 0 1 -o new.png --csv samples.csv", "the recording itself");
+}
+
 TEST_F(Commands, DemonstrateAndRecord)
 {
     const Outcome demo = run("demo -o new/pictures --write-recording new/echoes --timing");
@@ -371,7 +423,7 @@ TEST_F(Commands, DemonstrateAndRecord)
                              "measurements are right", "pulse inversion"})
         EXPECT_NE(demo.out.find(text), std::string::npos) << demo.out;
     EXPECT_EQ(demo.out.find("WRONG"), std::string::npos);
-    for (const std::string name : {"bmode.png", "harmonic.png", "colour.png"}) {
+    for (const std::string name : {"bmode.png", "harmonic.png", "colour.png", "motion.png"}) {
         EXPECT_EQ(run("verify new/pictures/" + name).code, 0) << name;
         // The documentation shows today's pictures.
         const PngPicture shown = read_png(fs::path(UTILS_SSE_SOURCE_DIR "/docs/images") / ("synthetic-" + name));

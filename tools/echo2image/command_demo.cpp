@@ -64,6 +64,7 @@ constexpr Entry entries[] = {
     {"bmode.png", make_bmode_picture},
     {"harmonic.png", make_harmonic_picture},
     {"colour.png", make_colour_picture},
+    {"motion.png", make_motion_demo},
 };
 
 // The files of a demo, opened before the work and put in place together.
@@ -136,8 +137,7 @@ Command add_demo_command(CLI::App& program)
     auto options = std::make_shared<DemoOptions>();
     CLI::App* app = program.add_subcommand(
         "demo", "Make pictures of the built-in scanner's phantom and hold what they show against the truth");
-    app->add_option("-o,--output", options->folder,
-                    "Folder for bmode.png, harmonic.png and colour.png, made when missing (default: pictures)")
+    app->add_option("-o,--output", options->folder, "Folder for the pictures, made when missing (default: pictures)")
         ->type_name("FOLDER");
     app->add_option("--seed", options->seed, "Another phantom of the same kind, 0 to 4294967295 (default: 1)")->type_name("N");
     app->add_option("--write-recording", options->recording,

@@ -1,6 +1,7 @@
 #include "bad_input.h"
 #include "colour_recipe.h"
 #include "commands.h"
+#include "motion_recording.h"
 #include "recipe.h"
 #include "synthetic.h"
 
@@ -50,6 +51,12 @@ fs::path recording_of(const Recipe& recipe, const VerifyOptions& options)
 Repetition repeat(const Recipe& recipe, const VerifyOptions& options)
 {
     Repetition repetition;
+    if (recipe.input == Recipe::Input::synthetic && recipe.motion) {
+        const MotionPair pair = synthesise_motion(recipe.seed);
+        repetition.input_digest = digest_of(pair);
+        repetition.image = motion_picture_of(pair, recipe.chain, recipe.motion->options).image;
+        return repetition;
+    }
     if (recipe.input == Recipe::Input::synthetic) {
         const bool pairs = recipe.chain.rf.pulse_inversion != PulseInversion::none;
         const SyntheticFrame frame = pairs ? synthesise_pairs(recipe.seed).frame : synthesise(recipe.seed);
@@ -63,6 +70,10 @@ Repetition repeat(const Recipe& recipe, const VerifyOptions& options)
     try {
         if (recipe.frame >= recording.description().frames)
             throw BadInput("frame " + std::to_string(recipe.frame) + " of " + std::to_string(recording.description().frames));
+        if (recipe.motion) {
+            repetition.image = motion_picture_of(recording, recipe.chain, recipe.frame, *recipe.motion).image;
+            return repetition;
+        }
         const Chain chain(recording.description(), recipe.chain);
         FrameFilters filters = filters_before(recording, chain, recipe.frame);
         if (chain.has_envelope()) {

@@ -20,6 +20,7 @@ Command add_bmode_command(CLI::App& program);
 Command add_colour_command(CLI::App& program);
 Command add_filter_command(CLI::App& program);
 Command add_info_command(CLI::App& program);
+Command add_motion_command(CLI::App& program);
 Command add_verify_command(CLI::App& program);
 Command add_demo_command(CLI::App& program);
 

@@ -24,6 +24,7 @@ using DemoPicture = DemoOutcome (*)(std::uint32_t seed, OutputFile& file, StageT
 DemoOutcome make_bmode_picture(std::uint32_t seed, OutputFile& file, StageTimes& times);
 DemoOutcome make_harmonic_picture(std::uint32_t seed, OutputFile& file, StageTimes& times);
 DemoOutcome make_colour_picture(std::uint32_t seed, OutputFile& file, StageTimes& times);
+DemoOutcome make_motion_demo(std::uint32_t seed, OutputFile& file, StageTimes& times);
 
 // The pairs of firings behind the harmonic picture as a recording: raw samples and the description that names them.
 // Finishes both files.

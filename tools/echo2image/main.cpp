@@ -31,7 +31,8 @@ int run(int argc, char** argv)
     program.require_subcommand(1);
     program.footer("echo2image COMMAND --help says more about a command.");
     const Command commands[] = {add_bmode_command(program),  add_colour_command(program), add_demo_command(program),
-                                add_filter_command(program), add_info_command(program),   add_verify_command(program)};
+                                add_filter_command(program), add_info_command(program),   add_motion_command(program),
+                                add_verify_command(program)};
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -37,6 +37,13 @@ constexpr char upsampled[] = "Upsampled";
 constexpr char interpolated[] = "Lines interpolated";
 constexpr char smoothed[] = "Smoothed";
 constexpr char filters[] = "Filters";
+constexpr char second_frame[] = "Second frame";
+constexpr char block_columns[] = "Block width";
+constexpr char block_rows[] = "Block height";
+constexpr char grid[] = "Grid";
+constexpr char search_columns[] = "Search range across";
+constexpr char search_rows[] = "Search range down";
+constexpr char threshold[] = "Correlation threshold";
 constexpr char width[] = "Width";
 constexpr char scale[] = "Scale";
 constexpr char pixel_digest[] = "Pixels SHA-256";
@@ -194,6 +201,16 @@ TextFields to_text(const Recipe& recipe)
         text.emplace_back(keyword::smoothed, "yes");
     if (!chain.filters.empty())
         text.emplace_back(keyword::filters, to_text(chain.filters));
+    if (recipe.motion) {
+        const MotionOptions& options = recipe.motion->options;
+        text.emplace_back(keyword::second_frame, text_of(recipe.motion->second_frame));
+        text.emplace_back(keyword::block_columns, text_of(options.block_columns));
+        text.emplace_back(keyword::block_rows, text_of(options.block_rows));
+        text.emplace_back(keyword::grid, text_of(options.grid));
+        text.emplace_back(keyword::search_columns, text_of(options.search_columns));
+        text.emplace_back(keyword::search_rows, text_of(options.search_rows));
+        text.emplace_back(keyword::threshold, text_of(options.threshold));
+    }
     text.emplace_back(keyword::width, text_of(chain.width));
     text.emplace_back(keyword::scale, chain.scale ? "yes" : "no");
     text.emplace_back(keyword::pixel_digest, recipe.pixel_digest);
@@ -258,6 +275,16 @@ Recipe recipe_of(const TextFields& text, const std::filesystem::path& picture)
         } catch (const BadInput&) {
             reader.reject(keyword::filters, "filters such as \"median3, persist 12\"", *filters);
         }
+    }
+    if (reader.find(keyword::second_frame) != nullptr) {
+        MotionRecipe& motion = recipe.motion.emplace();
+        motion.second_frame = reader.number<std::int64_t>(keyword::second_frame, 0);
+        motion.options.block_columns = reader.number<int>(keyword::block_columns, 1);
+        motion.options.block_rows = reader.number<int>(keyword::block_rows, 1);
+        motion.options.grid = reader.number<int>(keyword::grid, 1);
+        motion.options.search_columns = reader.number<int>(keyword::search_columns, 0);
+        motion.options.search_rows = reader.number<int>(keyword::search_rows, 0);
+        motion.options.threshold = reader.number<double>(keyword::threshold, 0);
     }
     recipe.chain.width = reader.number<int>(keyword::width, 1);
     recipe.chain.scale = reader.yes_or_no(keyword::scale);

@@ -2,11 +2,13 @@
 #pragma once
 
 #include "chain.h"
+#include "motion.h"
 #include "output_file.h"
 #include "png_file.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,13 @@ std::vector<std::int16_t> read_frame(const Recording& recording, const Chain& ch
 // the same whichever frames are made with it.
 FrameFilters filters_before(const Recording& recording, const Chain& chain, std::int64_t frame, StageTimes* times = nullptr);
 
+// Of a picture of motion: what is tracked, from the recipe's frame to this one.
+struct MotionRecipe
+{
+    std::int64_t second_frame = 1;
+    MotionOptions options;
+};
+
 struct Recipe
 {
     enum class Input
@@ -27,13 +36,14 @@ struct Recipe
         synthetic,
     };
     std::string program; // name and version; write_picture() fills it in
-    std::string command; // "bmode", "filter" or "demo"
+    std::string command; // "bmode", "filter", "motion" or "demo"
     Input input = Input::recording;
     std::string file;         // recording: as the user named it
     std::uint32_t seed = 0;   // synthetic
     std::int64_t frame = 0;   // recording
     std::string input_digest; // SHA-256: Recording::digest(), or digest_of() the synthetic samples
     ChainParameters chain;
+    std::optional<MotionRecipe> motion;
     std::string pixel_digest; // SHA-256 of width, height and pixels; write_picture() fills it in
 };
 

@@ -54,6 +54,7 @@ public:
         tissue_around_flow,
         blood,
         noise_of_flow,
+        noise_of_second_frame = 20,
     };
     RandomStream(std::uint32_t seed, Purpose purpose)
     {
