@@ -132,7 +132,8 @@ def task_tables(path):
         for name in group:
             if name == "utils_sse" or name in PLAIN:
                 continue
-            others.append(f"{name} {ratio_text(group[name] / own)}")
+            ratio = group[name] / own
+            others.append(f"{name} {ratio:.2f}" if name.startswith("(") else f"{name} {ratio_text(ratio)}")
         rows.append([task[0], f"{per_unit:,.{0 if per_unit >= 100 else 1}f}", f"{1e9 / per_unit:,.0f} {run['label']}s", f"{1e6 / own:,.0f}",
                      *(" / ".join(ratio_text(group[name] / own) for name in pair if name in group) for pair in (PLAIN[:2], PLAIN[2:])),
                      ", ".join(others)])
@@ -148,7 +149,7 @@ def summary(path):
         group, run = medians[task,], counters[task,]
         own = group["utils_sse"]
         best = lambda names: min((group[name], name) for name in names if name in group)
-        peers = [name for name in group if name not in PLAIN and name not in ("utils_sse", "copy")]
+        peers = [name for name in group if name not in PLAIN and name != "utils_sse" and not name.startswith("(")]
         peer = "{1} {0}".format(ratio_text(best(peers)[0] / own), best(peers)[1]) if peers else ""
         rows.append([task, f"{run['units'] * 1e6 / own:,.0f} {run['label']}s", ratio_text(best(PLAIN[:2])[0] / own),
                      ratio_text(best(PLAIN[2:])[0] / own), peer])

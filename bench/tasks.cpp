@@ -42,7 +42,7 @@ Contender copy_of(std::size_t bytes)
 {
     const Array<unsigned char> from(bytes / 2);
     const Array<unsigned char> to(bytes / 2);
-    return {"copy",
+    return {"(copy)",
             [=] {
                 for (std::size_t i = 0; i + 16 <= from.size(); i += 16) {
                     std::memcpy(to.data() + i, from.data() + i, 16);

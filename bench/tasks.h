@@ -16,9 +16,9 @@ namespace bench {
 /** One way to do a task. */
 struct Contender
 {
-    std::string name;
+    std::string name; ///< in parentheses: a yardstick, not the same work
     std::function<void()> work;
-    std::function<std::vector<double>()> result; ///< what the work left behind, as numbers; none: not the same work
+    std::function<std::vector<double>()> result; ///< what the work left behind, as numbers; none of a yardstick
 };
 
 struct Task

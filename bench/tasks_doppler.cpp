@@ -91,6 +91,21 @@ Contender autocorrelate(const Maker& maker, const Ensembles& in)
             [=] { return out.numbers(); }};
 }
 
+// What of it the C library's logarithm takes.
+Contender logarithms()
+{
+    const Array<float> power(kPixels);
+    for (std::size_t p = 0; p < kPixels; ++p)
+        power[p] = 1000.0f + static_cast<float>(p);
+    const Array<float> decibels(kPixels);
+    return {"(log10 alone)",
+            [=] {
+                for (std::size_t p = 0; p < kPixels; ++p)
+                    decibels[p] = 10 * static_cast<float>(std::log10(static_cast<double>(power[p])));
+            },
+            nullptr};
+}
+
 #if UTILS_SSE_BENCH_VOLK
 Contender autocorrelate_with_volk(const Ensembles& in)
 {
@@ -226,6 +241,7 @@ void add_doppler_tasks(std::vector<Task>& tasks)
             clutter.contenders.push_back(filter(maker, in));
             mixing.contenders.push_back(mix(maker, n));
         }
+        correlation.contenders.push_back(logarithms());
 #if UTILS_SSE_BENCH_VOLK
         correlation.contenders.push_back(autocorrelate_with_volk(in));
         mixing.contenders.push_back(mix_with_volk(n));

@@ -149,7 +149,7 @@ Task differences()
 #endif
 #if UTILS_SSE_BENCH_LIBYUV
     const Array<double> squares(1);
-    task.contenders.push_back({"libyuv (squares)",
+    task.contenders.push_back({"(libyuv, squares)",
                                [=] {
                                    squares[0] = static_cast<double>(
                                        libyuv::ComputeSumSquareErrorPlane(a.data(), kSide, b.data(), kSide, kSide, kSide));
