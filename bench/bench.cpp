@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -229,6 +230,21 @@ bool agrees(const Operation& op, const Candidate& candidate, operations::AnyFunc
     return false;
 }
 
+// Whether a call at this size takes at most a second and a half, judging by a call that fits L2. What takes longer for the
+// bytes of the big size is bound by computation and would teach nothing about memory.
+bool takes_not_too_long(const Operation& op, operations::AnyFunction function, const Size& size)
+{
+    const Size fitting_l2 = {"", 0, 256 * kKiB};
+    const std::optional<Counts> counts = size.bytes > fitting_l2.bytes ? fitting_counts(op, fitting_l2) : std::nullopt;
+    if (!counts)
+        return true;
+    const Placement placement = place(op, *counts);
+    const auto started = std::chrono::steady_clock::now();
+    op.call(function, placement.values);
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - started;
+    return taken.count() * static_cast<double>(size.bytes) / static_cast<double>(fitting_l2.bytes) <= 1.5;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -260,6 +276,8 @@ int main(int argc, char** argv)
                 const Operation& op = all[i];
                 const operations::AnyFunction function = candidate.functions ? candidate.functions[i] : op.function;
                 all_agree &= agrees(op, candidate, function, size, counts);
+                if (!takes_not_too_long(op, function, size))
+                    continue;
                 benchmark::RegisterBenchmark((op.title() + "/" + size.name + "/" + candidate.name).c_str(), run, op, function,
                                              counts);
             }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Turns the JSON of utils_sse_bench and utils_sse_tasks into the tables of docs/performance.md.
 
-usage: table.py RESULT.json docs/performance.md [--tasks TASKS.json] [--readme README.md]
+usage: table.py docs/performance.md RESULT.json... [--tasks TASKS.json] [--readme README.md]
 
 Replaces what stands between the lines `<!-- begin: measured -->` and `<!-- end: measured -->`, with tasks also between those
 that say `tasks`. Times are medians of processor time over the repetitions of one interleaved run; ratios are time of the
@@ -28,12 +28,14 @@ NONE = "–"  # for sizes that an operation does not come near
 NOISE = 0.95  # a ratio above this is not called a loss
 
 
-def read(path, parts=2):
+def read(paths, parts=2):
     """{(operation, size): {candidate: median time}}, {(operation, size): the library's run}, context, median spread"""
-    with open(path) as file:
-        result = json.load(file)
+    results = []
+    for path in paths:
+        with open(path) as file:
+            results.append(json.load(file))
     times, counters = {}, {}
-    for run in result["benchmarks"]:
+    for run in (run for result in results for run in result["benchmarks"]):
         if run["run_type"] != "iteration":
             continue
         *key, candidate = run["name"].rsplit("/", parts)
@@ -42,7 +44,7 @@ def read(path, parts=2):
             counters[tuple(key)] = run
     medians = {key: {name: statistics.median(t) for name, t in group.items()} for key, group in times.items()}
     spread = statistics.median((max(t) - min(t)) / statistics.median(t) / 2 for group in times.values() for t in group.values())
-    return medians, counters, result["context"], spread
+    return medians, counters, results[0]["context"], spread
 
 
 def operations_of(medians):
@@ -123,7 +125,7 @@ def measured(medians, counters, context, spread, operations, own_sizes):
 
 def task_tables(path):
     """Whole pieces of work: plain loops and other libraries over utils_sse."""
-    medians, counters, _, spread = read(path, parts=1)
+    medians, counters, _, spread = read([path], parts=1)
     rows = []
     for task, group in sorted(medians.items(), key=lambda item: counters[item[0]]["family_index"]):
         own, run = group["utils_sse"], counters[task]
@@ -143,7 +145,7 @@ def task_tables(path):
 
 def summary(path):
     """A small table for the README."""
-    medians, counters, _, _ = read(path, parts=1)
+    medians, counters, _, _ = read([path], parts=1)
     rows = []
     for task in SUMMARY:
         group, run = medians[task,], counters[task,]
@@ -168,12 +170,12 @@ def replace_between(path, begin, end, lines):
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("result")
     parser.add_argument("document")
+    parser.add_argument("results", nargs="+")
     parser.add_argument("--tasks")
     parser.add_argument("--readme")
     arguments = parser.parse_args()
-    medians, counters, context, spread = read(arguments.result)
+    medians, counters, context, spread = read(arguments.results)
     with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../operations/table.inc")) as file:
         order = [name + (f" ({overload})" if overload else "") for name, overload in re.findall(r'^OPERATION\((\w+), "([^"]*)"', file.read(), re.M)]
     # Operations that work with few lengths are timed with those and have a table of their own.

@@ -7,16 +7,17 @@ source "$(dirname "$0")/common.sh"
 
 scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang python3
 configure_and_build release -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_BENCHMARKS=ON
-measure() { # program, further options
-    "build/release/bench/$1" --benchmark_enable_random_interleaving=true --benchmark_out="build/release/bench/$1.json" \
-        --benchmark_out_format=json "${@:2}"
+measure() { # name of the result, program, further options
+    "build/release/bench/$2" --benchmark_enable_random_interleaving=true --benchmark_out="build/release/bench/$1.json" \
+        --benchmark_out_format=json --benchmark_min_time=0.005 "${@:3}"
 }
 if [ "${1:-}" = --quick ]; then
-    measure utils_sse_bench --benchmark_repetitions=2 --benchmark_min_time=0.005 --benchmark_filter='/(7|23|128|L1|L2)/'
-    echo "raw result: build/release/bench/utils_sse_bench.json"
+    measure quick utils_sse_bench --benchmark_repetitions=2 --benchmark_filter='/(7|23|128|L1|L2)/'
+    echo "raw result: build/release/bench/quick.json"
 else
-    measure utils_sse_tasks --benchmark_repetitions=9 --benchmark_min_time=0.02 --benchmark_display_aggregates_only=true >/dev/null
-    measure utils_sse_bench --benchmark_repetitions=9 --benchmark_min_time=0.005 --benchmark_display_aggregates_only=true >/dev/null
-    python3 bench/table.py build/release/bench/utils_sse_bench.json docs/performance.md \
-        --tasks build/release/bench/utils_sse_tasks.json --readme README.md
+    measure tasks utils_sse_tasks --benchmark_repetitions=7 >/dev/null
+    measure caches utils_sse_bench --benchmark_repetitions=7 --benchmark_filter='-/memory/' >/dev/null
+    measure memory utils_sse_bench --benchmark_repetitions=3 --benchmark_filter='/memory/' >/dev/null
+    python3 bench/table.py docs/performance.md build/release/bench/{caches,memory}.json \
+        --tasks build/release/bench/tasks.json --readme README.md
 fi
