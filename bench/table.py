@@ -24,7 +24,7 @@ SUMMARY = ["RF to envelope, 192 x 3,120 samples, 32 taps, decimation 4", "RF lin
            "Median 5x5 of bytes, 512 x 512", "Persistence, 12 and 4 sixteenths, 512 x 512", "Transposition, 512 x 512",
            "Autocorrelation, 100,000 ensembles of 12", "Clutter filter, 100,000 ensembles of 12", "Fine search of a 33 x 32 block, 121 candidates",
            "NormalizedCovariance of 2,048 samples"]
-NONE = "–"  # for sizes that an operation does not come near
+NONE = "–"  # for sizes that an operation does not come near, or where it would compute for seconds
 NOISE = 0.95  # a ratio above this is not called a loss
 
 
@@ -42,6 +42,7 @@ def read(paths, parts=2):
         times.setdefault(tuple(key), {}).setdefault(candidate, []).append(run["cpu_time"])
         if candidate == "utils_sse":
             counters[tuple(key)] = run
+    times = {key: group for key, group in times.items() if "utils_sse" in group}
     medians = {key: {name: statistics.median(t) for name, t in group.items()} for key, group in times.items()}
     spread = statistics.median((max(t) - min(t)) / statistics.median(t) / 2 for group in times.values() for t in group.values())
     return medians, counters, results[0]["context"], spread
@@ -57,11 +58,13 @@ def ratio_text(ratio):
 
 
 def ratios(group, names):
-    return " / ".join(ratio_text(group[name] / group["utils_sse"]) for name in names if name in group) or NONE
+    if not any(name in group for name in names):
+        return NONE
+    return " / ".join(ratio_text(group[name] / group["utils_sse"]) if name in group else NONE for name in names)
 
 
 def relative(group, name):
-    return f"{group[name] / group['utils_sse']:.2f}" if group else NONE
+    return f"{group[name] / group['utils_sse']:.2f}" if group and name in group else NONE
 
 
 def table(header, rows):
@@ -88,7 +91,7 @@ def measured(medians, counters, context, spread, operations, own_sizes):
     caches = ", ".join(f"L{c['level']} {c['type'].lower()} {c['size'] // 1024} KB" for c in context["caches"] if c["type"] != "Instruction")
     compilers = "; ".join(c for c in (compiler("g++"), compiler("clang++")) if c)
     names = [name for name in COMPETITORS if any(name in group for group in medians.values())]
-    cells = [group[name] / group["utils_sse"] for group in medians.values() for name in names]
+    cells = [group[name] / group["utils_sse"] for group in medians.values() for name in names if name in group]
     ahead = sum(c >= NOISE for c in cells)
     lines = [
         f"Machine: {processor()}, {caches}; {compilers}; {context['date'][:10]}. Median half-spread of a candidate's",
@@ -100,7 +103,7 @@ def measured(medians, counters, context, spread, operations, own_sizes):
         "",
     ]
     lines += table(["operation"] + SIZES, [[operation] + [ratios(medians.get((operation, size), {}), names) for size in SIZES] for operation in operations])
-    own = {operation: [size for o, size in medians if o == operation] for operation in own_sizes}
+    own = {operation: sorted((size for o, size in medians if o == operation), key=int) for operation in own_sizes}
     lines += [""] + table(["operation", "length"] + names + ["nanoseconds"], [
         [operation, size] + [ratio_text(medians[operation, size][name] / medians[operation, size]["utils_sse"]) for name in names] +
         [f"{medians[operation, size]['utils_sse']:.1f}"] for operation in own for size in own[operation]]) if own else []
