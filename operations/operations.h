@@ -17,11 +17,12 @@
 namespace operations {
 
 // The counts that functions take, by the names they have in utils_sse.h. Formulas of the table are written in these words.
-#define UTILS_SSE_COUNTS(X)                                                                                                    \
-    X(n)                                                                                                                       \
-    X(lines)                                                                                                                   \
-    X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols) X(level) X(width) X(height) X(rampStart)           \
-        X(rampEnd) X(percent) X(pitch) X(half) X(stride) X(first) X(frameCount) X(weightA) X(weightB)
+// clang-format off
+#define UTILS_SSE_COUNTS(X)                                                                    \
+    X(n) X(lines) X(inStride) X(outStride) X(count) X(taps) X(decimation) X(rows) X(cols)      \
+    X(level) X(width) X(height) X(rampStart) X(rampEnd) X(percent) X(pitch) X(half) X(stride)  \
+    X(first) X(frameCount) X(weightA) X(weightB)
+// clang-format on
 
 struct Counts
 {
