@@ -194,7 +194,7 @@ TEST(ColourPicture, ShowsVelocityPowerAndSpread)
     EXPECT_EQ(barred.red[299 * width + 9], 9);
     const auto inked = std::count(barred.red.begin(), barred.red.end(), std::uint8_t{200});
     EXPECT_GT(inked, 100) << "texts";
-    for (const std::size_t row : {8, 18, 257}) { // top, unit, bottom
+    for (const std::size_t row : {std::size_t{8}, std::size_t{18}, std::size_t{257}}) { // top, unit, bottom
         const auto begin = barred.red.begin() + static_cast<std::ptrdiff_t>(row * width);
         EXPECT_NE(std::count(begin, begin + static_cast<std::ptrdiff_t>(7 * width), std::uint8_t{200}), 0) << row;
     }
