@@ -141,7 +141,7 @@ std::vector<std::uint8_t> Chain::clipped_envelope(const std::vector<std::int16_t
         for (std::int64_t j = 0; j < samples; ++j) {
             const std::int64_t first = std::max<std::int64_t>(0, (2 * j - 1) * decimation / (2 * finer));
             const std::int64_t last = std::min(from_samples - 1, (2 * j + 1) * decimation / (2 * finer));
-            const auto from = clipped.begin() + line * from_samples;
+            const std::int16_t* const from = clipped.data() + static_cast<std::size_t>(line * from_samples);
             if (std::any_of(from + first, from + last + 1, [](std::int16_t flag) { return flag != 0; }))
                 result[static_cast<std::size_t>(line * samples + j)] = 255;
         }

@@ -24,9 +24,10 @@ double speckle_power(const std::vector<std::int16_t>& lines, Description descrip
 
 std::vector<std::int16_t> first_firings(const SyntheticFrame& pairs)
 {
-    const std::int64_t samples = pairs.description.samples;
+    const auto samples = static_cast<std::ptrdiff_t>(pairs.description.samples);
     std::vector<std::int16_t> first;
-    for (std::int64_t line = 0; line < pairs.description.lines; ++line)
+    const auto lines = static_cast<std::ptrdiff_t>(pairs.description.lines);
+    for (std::ptrdiff_t line = 0; line < lines; ++line)
         first.insert(first.end(), pairs.rf.begin() + 2 * line * samples, pairs.rf.begin() + (2 * line + 1) * samples);
     return first;
 }

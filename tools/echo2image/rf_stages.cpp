@@ -243,10 +243,11 @@ double correlation_of_firings(const std::vector<std::int16_t>& pairs, std::int64
     double products = 0;
     double first_power = 0;
     double second_power = 0;
-    for (auto line = pairs.begin(); line != pairs.end(); line += 2 * samples)
-        for (std::int64_t i = 0; i < samples; ++i) {
+    const auto length = static_cast<std::ptrdiff_t>(samples);
+    for (auto line = pairs.begin(); line != pairs.end(); line += 2 * length)
+        for (std::ptrdiff_t i = 0; i < length; ++i) {
             const double first = line[i];
-            const double second = line[samples + i];
+            const double second = line[length + i];
             products += first * second;
             first_power += first * first;
             second_power += second * second;
