@@ -1,7 +1,11 @@
 // Ground rules of every kernel source: compiler switches, inlining, and the namespace of the instruction set.
 #pragma once
 
+#if defined(__AVX__)
+#include <immintrin.h>
+#else
 #include <emmintrin.h>
+#endif
 
 #include <cstddef>
 #include <cstdint>
@@ -44,4 +48,13 @@
 #define UTILS_SSE_TIER sse41
 #else
 #define UTILS_SSE_TIER sse2
+#endif
+
+// How many 128-bit blocks the widest register holds.
+#if defined(__AVX512BW__) && defined(__AVX512DQ__)
+#define UTILS_SSE_MOST_BLOCKS 4
+#elif defined(__AVX2__)
+#define UTILS_SSE_MOST_BLOCKS 2
+#else
+#define UTILS_SSE_MOST_BLOCKS 1
 #endif

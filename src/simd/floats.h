@@ -10,32 +10,38 @@ inline namespace UTILS_SSE_TIER {
 
 // --- floats --------------------------------------------------------------------------------------------------------
 
-UTILS_SSE_INLINE f32 operator+(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> operator+(F32<N> x, F32<N> y)
 {
-    return {_mm_add_ps(x.v, y.v)};
+    return {mm::add_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 operator-(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> operator-(F32<N> x, F32<N> y)
 {
-    return {_mm_sub_ps(x.v, y.v)};
+    return {mm::sub_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 operator*(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> operator*(F32<N> x, F32<N> y)
 {
-    return {_mm_mul_ps(x.v, y.v)};
+    return {mm::mul_ps(x.v, y.v)};
 }
 
-UTILS_SSE_INLINE f32 operator/(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> operator/(F32<N> x, F32<N> y)
 {
-    return {_mm_div_ps(x.v, y.v)};
+    return {mm::div_ps(x.v, y.v)};
 }
 
 // x < y ? x : y and x > y ? x : y: of a NaN and a number, and of zeros of both signs, the second.
-UTILS_SSE_INLINE f32 minimum(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> minimum(F32<N> x, F32<N> y)
 {
-    return {_mm_min_ps(x.v, y.v)};
+    return {mm::min_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 maximum(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> maximum(F32<N> x, F32<N> y)
 {
-    return {_mm_max_ps(x.v, y.v)};
+    return {mm::max_ps(x.v, y.v)};
 }
 UTILS_SSE_INLINE float minimum(float x, float y)
 {
@@ -47,31 +53,37 @@ UTILS_SSE_INLINE float maximum(float x, float y)
 }
 
 // Bits; with a mask from a comparison, select() takes x where it held and y elsewhere.
-UTILS_SSE_INLINE f32 bit_and(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> bit_and(F32<N> x, F32<N> y)
 {
-    return {_mm_and_ps(x.v, y.v)};
+    return {mm::and_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 bit_or(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> bit_or(F32<N> x, F32<N> y)
 {
-    return {_mm_or_ps(x.v, y.v)};
+    return {mm::or_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 bit_xor(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> bit_xor(F32<N> x, F32<N> y)
 {
-    return {_mm_xor_ps(x.v, y.v)};
+    return {mm::xor_ps(x.v, y.v)};
 }
 // The bits of x that are not set in y.
-UTILS_SSE_INLINE f32 bit_without(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> bit_without(F32<N> x, F32<N> y)
 {
-    return {_mm_andnot_ps(y.v, x.v)};
+    return {mm::andnot_ps(y.v, x.v)};
 }
-UTILS_SSE_INLINE f32 select(f32 mask, f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> select(F32<N> mask, F32<N> x, F32<N> y)
 {
     return bit_or(bit_and(mask, x), bit_without(y, mask));
 }
 // The sign bit cleared.
-UTILS_SSE_INLINE f32 absolute(f32 x)
+template <int N>
+UTILS_SSE_INLINE F32<N> absolute(F32<N> x)
 {
-    return bit_without(x, f32{_mm_set1_ps(-0.0f)});
+    return bit_without(x, F32<N>::broadcast(-0.0f));
 }
 UTILS_SSE_INLINE float absolute(float x)
 {
@@ -79,53 +91,64 @@ UTILS_SSE_INLINE float absolute(float x)
 }
 
 // Masks of ordered comparisons: nothing is set where an operand is NaN. not_less() holds there.
-UTILS_SSE_INLINE f32 less(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> less(F32<N> x, F32<N> y)
 {
-    return {_mm_cmplt_ps(x.v, y.v)};
+    return {mm::cmplt_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 greater(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> greater(F32<N> x, F32<N> y)
 {
-    return {_mm_cmpgt_ps(x.v, y.v)};
+    return {mm::cmpgt_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 equal(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> equal(F32<N> x, F32<N> y)
 {
-    return {_mm_cmpeq_ps(x.v, y.v)};
+    return {mm::cmpeq_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 not_less(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> not_less(F32<N> x, F32<N> y)
 {
-    return {_mm_cmpnlt_ps(x.v, y.v)};
+    return {mm::cmpnlt_ps(x.v, y.v)};
 }
 // The same of x >= y: set where an operand is NaN.
-UTILS_SSE_INLINE f32 not_greater_equal(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> not_greater_equal(F32<N> x, F32<N> y)
 {
-    return {_mm_cmpnge_ps(x.v, y.v)};
+    return {mm::cmpnge_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 less_equal(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> less_equal(F32<N> x, F32<N> y)
 {
-    return {_mm_cmple_ps(x.v, y.v)};
+    return {mm::cmple_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 greater_equal(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> greater_equal(F32<N> x, F32<N> y)
 {
-    return {_mm_cmpge_ps(x.v, y.v)};
+    return {mm::cmpge_ps(x.v, y.v)};
 }
 
 // x0 y0 x1 y1, and x2 y2 x3 y3.
-UTILS_SSE_INLINE f32 interleave_low(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> interleave_low(F32<N> x, F32<N> y)
 {
-    return {_mm_unpacklo_ps(x.v, y.v)};
+    return {mm::unpacklo_ps(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 interleave_high(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> interleave_high(F32<N> x, F32<N> y)
 {
-    return {_mm_unpackhi_ps(x.v, y.v)};
+    return {mm::unpackhi_ps(x.v, y.v)};
 }
 // x0 x2 y0 y2, and x1 x3 y1 y3.
-UTILS_SSE_INLINE f32 even_lanes(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> even_lanes(F32<N> x, F32<N> y)
 {
-    return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(2, 0, 2, 0))};
+    return {mm::shuffle_ps<_MM_SHUFFLE(2, 0, 2, 0)>(x.v, y.v)};
 }
-UTILS_SSE_INLINE f32 odd_lanes(f32 x, f32 y)
+template <int N>
+UTILS_SSE_INLINE F32<N> odd_lanes(F32<N> x, F32<N> y)
 {
-    return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(3, 1, 3, 1))};
+    return {mm::shuffle_ps<_MM_SHUFFLE(3, 1, 3, 1)>(x.v, y.v)};
 }
 // x1 x2 x3 y0
 UTILS_SSE_INLINE f32 following(f32 x, f32 y)
@@ -147,53 +170,42 @@ UTILS_SSE_INLINE f32 high_halves(f32 x, f32 y)
 {
     return {_mm_movehl_ps(y.v, x.v)};
 }
-template <>
-UTILS_SSE_INLINE f32 zero<f32>()
-{
-    return {_mm_setzero_ps()};
-}
-
-UTILS_SSE_INLINE f32x2 operator*(f32x2 x, f32x2 y)
+template <int N>
+UTILS_SSE_INLINE F32x2<N> operator*(F32x2<N> x, F32x2<N> y)
 {
     return {x.low * y.low, x.high * y.high};
 }
 
 // broadcast<V>(x): x in every lane; x itself when V is float. Do it before the loop.
 template <class V>
-UTILS_SSE_INLINE V broadcast(float x);
-template <>
-UTILS_SSE_INLINE f32 broadcast<f32>(float x)
+UTILS_SSE_INLINE V broadcast(float x)
 {
-    return {_mm_set1_ps(x)};
-}
-template <>
-UTILS_SSE_INLINE f32x2 broadcast<f32x2>(float x)
-{
-    return {{_mm_set1_ps(x)}, {_mm_set1_ps(x)}};
-}
-template <>
-UTILS_SSE_INLINE float broadcast<float>(float x)
-{
-    return x;
+    if constexpr (std::is_same<V, float>::value)
+        return x;
+    else
+        return V::broadcast(x);
 }
 
-UTILS_SSE_INLINE f32x2 operator+(f32x2 x, f32x2 y)
+template <int N>
+UTILS_SSE_INLINE F32x2<N> operator+(F32x2<N> x, F32x2<N> y)
 {
     return {x.low + y.low, x.high + y.high};
 }
-UTILS_SSE_INLINE f32x2 operator-(f32x2 x, f32x2 y)
+template <int N>
+UTILS_SSE_INLINE F32x2<N> operator-(F32x2<N> x, F32x2<N> y)
 {
     return {x.low - y.low, x.high - y.high};
 }
 UTILS_SSE_INLINE f32x2 broadcast_twice(float x)
 {
-    return {{_mm_set1_ps(x)}, {_mm_set1_ps(x)}};
+    return f32x2::broadcast(x);
 }
 
 // Correctly rounded. A root taken in double and rounded to single is the same number, since 53 >= 2 * 24 + 2 bits.
-UTILS_SSE_INLINE f32 square_root(f32 x)
+template <int N>
+UTILS_SSE_INLINE F32<N> square_root(F32<N> x)
 {
-    return {_mm_sqrt_ps(x.v)};
+    return {mm::sqrt_ps(x.v)};
 }
 UTILS_SSE_INLINE float square_root(float x)
 {
@@ -209,19 +221,22 @@ UTILS_SSE_INLINE float fold(f32 x)
 }
 
 // a0 + a1, a2 + a3, b0 + b1, b2 + b3
-UTILS_SSE_INLINE f32 add_neighbours(f32 a, f32 b)
+template <int N>
+UTILS_SSE_INLINE F32<N> add_neighbours(F32<N> a, F32<N> b)
 {
-    const __m128 even = _mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(2, 0, 2, 0)); // a0 a2 b0 b2
-    const __m128 odd = _mm_shuffle_ps(a.v, b.v, _MM_SHUFFLE(3, 1, 3, 1));  // a1 a3 b1 b3
-    return {_mm_add_ps(even, odd)};
+    const auto even = mm::shuffle_ps<_MM_SHUFFLE(2, 0, 2, 0)>(a.v, b.v); // a0 a2 b0 b2
+    const auto odd = mm::shuffle_ps<_MM_SHUFFLE(3, 1, 3, 1)>(a.v, b.v);  // a1 a3 b1 b3
+    return {mm::add_ps(even, odd)};
 }
 // fold(a), fold(b), fold(a), fold(b), and fold(a) .. fold(d).
-UTILS_SSE_INLINE f32 fold(f32 a, f32 b)
+template <int N>
+UTILS_SSE_INLINE F32<N> fold(F32<N> a, F32<N> b)
 {
-    const f32 pairs = add_neighbours(a, b);
+    const F32<N> pairs = add_neighbours(a, b);
     return add_neighbours(pairs, pairs);
 }
-UTILS_SSE_INLINE f32 fold(f32 a, f32 b, f32 c, f32 d)
+template <int N>
+UTILS_SSE_INLINE F32<N> fold(F32<N> a, F32<N> b, F32<N> c, F32<N> d)
 {
     return add_neighbours(add_neighbours(a, b), add_neighbours(c, d));
 }
@@ -257,11 +272,6 @@ UTILS_SSE_INLINE f64 operator/(f64 x, f64 y)
 UTILS_SSE_INLINE f64 broadcast_double(double x)
 {
     return {_mm_set1_pd(x)};
-}
-template <>
-UTILS_SSE_INLINE f64 zero<f64>()
-{
-    return {_mm_setzero_pd()};
 }
 UTILS_SSE_INLINE double square_root(double x)
 {
@@ -304,17 +314,19 @@ UTILS_SSE_INLINE f32 to_float(f64 low, f64 high)
 // NaN and values outside the 32-bit range give -2147483648. The scalar twins use the instruction too: as a C++ cast such
 // values are undefined, and compilers fold them to whatever they like.
 
-UTILS_SSE_INLINE i32 round_to_int(f32 x)
+template <int N>
+UTILS_SSE_INLINE I32<N> round_to_int(F32<N> x)
 {
-    return {_mm_cvtps_epi32(x.v)};
+    return {mm::cvtps_epi32(x.v)};
 }
 UTILS_SSE_INLINE int round_to_int(float x)
 {
     return _mm_cvtss_si32(_mm_set_ss(x));
 }
-UTILS_SSE_INLINE i32 truncate_to_int(f32 x)
+template <int N>
+UTILS_SSE_INLINE I32<N> truncate_to_int(F32<N> x)
 {
-    return {_mm_cvttps_epi32(x.v)};
+    return {mm::cvttps_epi32(x.v)};
 }
 UTILS_SSE_INLINE int truncate_to_int(float x)
 {
@@ -322,16 +334,19 @@ UTILS_SSE_INLINE int truncate_to_int(float x)
 }
 
 // The bits as they are, for masks.
-UTILS_SSE_INLINE f32 as_floats(i16 x)
+template <int N>
+UTILS_SSE_INLINE F32<N> as_floats(I16<N> x)
 {
-    return {_mm_castsi128_ps(x.v)};
+    return {mm::as_ps(x.v)};
 }
 
-UTILS_SSE_INLINE f32 to_float(i32 x)
+template <int N>
+UTILS_SSE_INLINE F32<N> to_float(I32<N> x)
 {
-    return {_mm_cvtepi32_ps(x.v)};
+    return {mm::cvtepi32_ps(x.v)};
 }
-UTILS_SSE_INLINE f32x2 to_float(i32x2 x)
+template <int N>
+UTILS_SSE_INLINE F32x2<N> to_float(I32x2<N> x)
 {
     return {to_float(x.low), to_float(x.high)};
 }

@@ -14,23 +14,23 @@ inline namespace UTILS_SSE_TIER {
 template <class V>
 UTILS_SSE_INLINE V bit_and(V x, V y)
 {
-    return {_mm_and_si128(x.v, y.v)};
+    return {mm::and_si(x.v, y.v)};
 }
 template <class V>
 UTILS_SSE_INLINE V bit_or(V x, V y)
 {
-    return {_mm_or_si128(x.v, y.v)};
+    return {mm::or_si(x.v, y.v)};
 }
 template <class V>
 UTILS_SSE_INLINE V bit_xor(V x, V y)
 {
-    return {_mm_xor_si128(x.v, y.v)};
+    return {mm::xor_si(x.v, y.v)};
 }
 // The bits of x that are not set in y.
 template <class V>
 UTILS_SSE_INLINE V bit_without(V x, V y)
 {
-    return {_mm_andnot_si128(y.v, x.v)};
+    return {mm::andnot_si(y.v, x.v)};
 }
 // x where the mask's bits are set, y elsewhere.
 template <class V>
@@ -41,46 +41,55 @@ UTILS_SSE_INLINE V select(V mask, V x, V y)
 template <class V>
 UTILS_SSE_INLINE V zero()
 {
-    return {_mm_setzero_si128()};
+    return V::zero();
 }
 
 // Masks: all bits of a lane set where the comparison holds, none elsewhere. Signed, but for equal().
-UTILS_SSE_INLINE u8 equal(u8 x, u8 y)
+template <int N>
+UTILS_SSE_INLINE U8<N> equal(U8<N> x, U8<N> y)
 {
-    return {_mm_cmpeq_epi8(x.v, y.v)};
+    return {mm::cmpeq_epi8(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 equal(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I16<N> equal(I16<N> x, I16<N> y)
 {
-    return {_mm_cmpeq_epi16(x.v, y.v)};
+    return {mm::cmpeq_epi16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i32 equal(i32 x, i32 y)
+template <int N>
+UTILS_SSE_INLINE I32<N> equal(I32<N> x, I32<N> y)
 {
-    return {_mm_cmpeq_epi32(x.v, y.v)};
+    return {mm::cmpeq_epi32(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 greater(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I16<N> greater(I16<N> x, I16<N> y)
 {
-    return {_mm_cmpgt_epi16(x.v, y.v)};
+    return {mm::cmpgt_epi16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i32 greater(i32 x, i32 y)
+template <int N>
+UTILS_SSE_INLINE I32<N> greater(I32<N> x, I32<N> y)
 {
-    return {_mm_cmpgt_epi32(x.v, y.v)};
+    return {mm::cmpgt_epi32(x.v, y.v)};
 }
 
-UTILS_SSE_INLINE u8 minimum(u8 x, u8 y)
+template <int N>
+UTILS_SSE_INLINE U8<N> minimum(U8<N> x, U8<N> y)
 {
-    return {_mm_min_epu8(x.v, y.v)};
+    return {mm::min_epu8(x.v, y.v)};
 }
-UTILS_SSE_INLINE u8 maximum(u8 x, u8 y)
+template <int N>
+UTILS_SSE_INLINE U8<N> maximum(U8<N> x, U8<N> y)
 {
-    return {_mm_max_epu8(x.v, y.v)};
+    return {mm::max_epu8(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 minimum(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I16<N> minimum(I16<N> x, I16<N> y)
 {
-    return {_mm_min_epi16(x.v, y.v)};
+    return {mm::min_epi16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 maximum(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I16<N> maximum(I16<N> x, I16<N> y)
 {
-    return {_mm_max_epi16(x.v, y.v)};
+    return {mm::max_epi16(x.v, y.v)};
 }
 template <class T, std::enable_if_t<std::is_integral<T>::value, int> = 0>
 UTILS_SSE_INLINE T minimum(T x, T y)
@@ -94,91 +103,104 @@ UTILS_SSE_INLINE T maximum(T x, T y)
 }
 
 // x0 y0 x1 y1 .. of the lower halves, and the same of the upper halves.
-UTILS_SSE_INLINE u8 interleave_low(u8 x, u8 y)
+template <int N>
+UTILS_SSE_INLINE U8<N> interleave_low(U8<N> x, U8<N> y)
 {
-    return {_mm_unpacklo_epi8(x.v, y.v)};
+    return {mm::unpacklo_epi8(x.v, y.v)};
 }
-UTILS_SSE_INLINE u8 interleave_high(u8 x, u8 y)
+template <int N>
+UTILS_SSE_INLINE U8<N> interleave_high(U8<N> x, U8<N> y)
 {
-    return {_mm_unpackhi_epi8(x.v, y.v)};
+    return {mm::unpackhi_epi8(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 interleave_low(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I16<N> interleave_low(I16<N> x, I16<N> y)
 {
-    return {_mm_unpacklo_epi16(x.v, y.v)};
+    return {mm::unpacklo_epi16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i16 interleave_high(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I16<N> interleave_high(I16<N> x, I16<N> y)
 {
-    return {_mm_unpackhi_epi16(x.v, y.v)};
+    return {mm::unpackhi_epi16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i32 interleave_low(i32 x, i32 y)
+template <int N>
+UTILS_SSE_INLINE I32<N> interleave_low(I32<N> x, I32<N> y)
 {
-    return {_mm_unpacklo_epi32(x.v, y.v)};
+    return {mm::unpacklo_epi32(x.v, y.v)};
 }
-UTILS_SSE_INLINE i32 interleave_high(i32 x, i32 y)
+template <int N>
+UTILS_SSE_INLINE I32<N> interleave_high(I32<N> x, I32<N> y)
 {
-    return {_mm_unpackhi_epi32(x.v, y.v)};
+    return {mm::unpackhi_epi32(x.v, y.v)};
 }
 // The lower half of x, then that of y; and the same of the upper halves.
 template <class V>
 UTILS_SSE_INLINE V low_halves(V x, V y)
 {
-    return {_mm_unpacklo_epi64(x.v, y.v)};
+    return {mm::unpacklo_epi64(x.v, y.v)};
 }
 template <class V>
 UTILS_SSE_INLINE V high_halves(V x, V y)
 {
-    return {_mm_unpackhi_epi64(x.v, y.v)};
+    return {mm::unpackhi_epi64(x.v, y.v)};
 }
 
 // The lanes with even numbers of x, then those of y; and the same of the odd ones. Bytes below 256 and 16-bit values pass the
 // saturating packs unchanged.
-UTILS_SSE_INLINE u8 even_lanes(u8 x, u8 y)
+template <int N>
+UTILS_SSE_INLINE U8<N> even_lanes(U8<N> x, U8<N> y)
 {
-    const __m128i mask = _mm_set1_epi16(255);
-    return {_mm_packus_epi16(_mm_and_si128(x.v, mask), _mm_and_si128(y.v, mask))};
+    const auto mask = I16<N>::broadcast(255).v;
+    return {mm::packus_epi16(mm::and_si(x.v, mask), mm::and_si(y.v, mask))};
 }
-UTILS_SSE_INLINE u8 odd_lanes(u8 x, u8 y)
+template <int N>
+UTILS_SSE_INLINE U8<N> odd_lanes(U8<N> x, U8<N> y)
 {
-    return {_mm_packus_epi16(_mm_srli_epi16(x.v, 8), _mm_srli_epi16(y.v, 8))};
+    return {mm::packus_epi16(mm::srli_epi16<8>(x.v), mm::srli_epi16<8>(y.v))};
 }
-UTILS_SSE_INLINE i16 even_lanes(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I16<N> even_lanes(I16<N> x, I16<N> y)
 {
-    const auto even = [](__m128i z) UTILS_SSE_LAMBDA { return _mm_srai_epi32(_mm_slli_epi32(z, 16), 16); };
-    return {_mm_packs_epi32(even(x.v), even(y.v))};
+    const auto even = [](auto z) UTILS_SSE_LAMBDA { return mm::srai_epi32<16>(mm::slli_epi32<16>(z)); };
+    return {mm::packs_epi32(even(x.v), even(y.v))};
 }
-UTILS_SSE_INLINE i16 odd_lanes(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I16<N> odd_lanes(I16<N> x, I16<N> y)
 {
-    return {_mm_packs_epi32(_mm_srai_epi32(x.v, 16), _mm_srai_epi32(y.v, 16))};
+    return {mm::packs_epi32(mm::srai_epi32<16>(x.v), mm::srai_epi32<16>(y.v))};
 }
 
 // --- 32-bit integers -----------------------------------------------------------------------------------------------
 
 // x0 * y0 + x1 * y1, x2 * y2 + x3 * y3, .. with exact products; a sum of 2^31 (-32768 four times) wraps.
-UTILS_SSE_INLINE i32 multiply_add_pairs(i16 x, i16 y)
+template <int N>
+UTILS_SSE_INLINE I32<N> multiply_add_pairs(I16<N> x, I16<N> y)
 {
-    return {_mm_madd_epi16(x.v, y.v)};
+    return {mm::madd_epi16(x.v, y.v)};
 }
-UTILS_SSE_INLINE i32 add_wrap(i32 x, i32 y)
+template <int N>
+UTILS_SSE_INLINE I32<N> add_wrap(I32<N> x, I32<N> y)
 {
-    return {_mm_add_epi32(x.v, y.v)};
+    return {mm::add_epi32(x.v, y.v)};
 }
 // Neighbours added: x0 + x1, x2 + x3, y0 + y1, y2 + y3.
-UTILS_SSE_INLINE i32 add_neighbours_wrap(i32 x, i32 y)
+template <int N>
+UTILS_SSE_INLINE I32<N> add_neighbours_wrap(I32<N> x, I32<N> y)
 {
-    const __m128 a = _mm_castsi128_ps(x.v);
-    const __m128 b = _mm_castsi128_ps(y.v);
-    const __m128 even = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)); // x0 x2 y0 y2
-    const __m128 odd = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));  // x1 x3 y1 y3
-    return {_mm_add_epi32(_mm_castps_si128(even), _mm_castps_si128(odd))};
+    const auto a = mm::as_ps(x.v);
+    const auto b = mm::as_ps(y.v);
+    const auto even = mm::shuffle_ps<_MM_SHUFFLE(2, 0, 2, 0)>(a, b); // x0 x2 y0 y2
+    const auto odd = mm::shuffle_ps<_MM_SHUFFLE(3, 1, 3, 1)>(a, b);  // x1 x3 y1 y3
+    return {mm::add_epi32(mm::as_si(even), mm::as_si(odd))};
 }
 // Arithmetic: rounds towards minus infinity.
-template <int Bits>
-UTILS_SSE_INLINE i32 shift_right(i32 x)
+template <int Bits, int N>
+UTILS_SSE_INLINE I32<N> shift_right(I32<N> x)
 {
-    return {_mm_srai_epi32(x.v, Bits)};
+    return {mm::srai_epi32<Bits>(x.v)};
 }
-template <int Bits>
-UTILS_SSE_INLINE i32x2 shift_right(i32x2 x)
+template <int Bits, int N>
+UTILS_SSE_INLINE I32x2<N> shift_right(I32x2<N> x)
 {
     return {shift_right<Bits>(x.low), shift_right<Bits>(x.high)};
 }
@@ -187,19 +209,20 @@ UTILS_SSE_INLINE int shift_right(int x)
 {
     return x >> Bits;
 }
-template <int Bits>
-UTILS_SSE_INLINE i32 shift_right_unsigned(i32 x)
+template <int Bits, int N>
+UTILS_SSE_INLINE I32<N> shift_right_unsigned(I32<N> x)
 {
-    return {_mm_srli_epi32(x.v, Bits)};
+    return {mm::srli_epi32<Bits>(x.v)};
 }
-template <int Bits>
-UTILS_SSE_INLINE i32 shift_left(i32 x)
+template <int Bits, int N>
+UTILS_SSE_INLINE I32<N> shift_left(I32<N> x)
 {
-    return {_mm_slli_epi32(x.v, Bits)};
+    return {mm::slli_epi32<Bits>(x.v)};
 }
-UTILS_SSE_INLINE i32 subtract_wrap(i32 x, i32 y)
+template <int N>
+UTILS_SSE_INLINE I32<N> subtract_wrap(I32<N> x, I32<N> y)
 {
-    return {_mm_sub_epi32(x.v, y.v)};
+    return {mm::sub_epi32(x.v, y.v)};
 }
 // The low 32 bits of the products.
 UTILS_SSE_INLINE i32 multiply_wrap(i32 x, i32 y)
@@ -211,7 +234,7 @@ UTILS_SSE_INLINE i32 multiply_wrap(i32 x, i32 y)
 }
 UTILS_SSE_INLINE i32 broadcast_int(int x)
 {
-    return {_mm_set1_epi32(x)};
+    return i32::broadcast(x);
 }
 // The sum of all lanes; wraps.
 UTILS_SSE_INLINE int fold_wrap(i32 x)
@@ -220,7 +243,8 @@ UTILS_SSE_INLINE int fold_wrap(i32 x)
     return _mm_cvtsi128_si32(_mm_add_epi32(pairs, _mm_shuffle_epi32(pairs, _MM_SHUFFLE(2, 3, 0, 1))));
 }
 // The sums of all lanes of x, of y, of z and of w; each wraps.
-UTILS_SSE_INLINE i32 fold_each_wrap(i32 x, i32 y, i32 z, i32 w)
+template <int N>
+UTILS_SSE_INLINE I32<N> fold_each_wrap(I32<N> x, I32<N> y, I32<N> z, I32<N> w)
 {
     return add_neighbours_wrap(add_neighbours_wrap(x, y), add_neighbours_wrap(z, w));
 }
@@ -231,12 +255,14 @@ UTILS_SSE_INLINE int lane_0(i32 x)
 
 // --- 64-bit integers -----------------------------------------------------------------------------------------------
 
-UTILS_SSE_INLINE i64 add_wrap(i64 x, i64 y)
+template <int N>
+UTILS_SSE_INLINE I64<N> add_wrap(I64<N> x, I64<N> y)
 {
-    return {_mm_add_epi64(x.v, y.v)};
+    return {mm::add_epi64(x.v, y.v)};
 }
 // Lanes 0 and 2 of x, which are not negative; lanes 1 and 3 are zero.
-UTILS_SSE_INLINE i64 even_to_64(i32 x)
+template <int N>
+UTILS_SSE_INLINE I64<N> even_to_64(I32<N> x)
 {
     return {x.v};
 }

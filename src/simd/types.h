@@ -1,16 +1,83 @@
 // The vector types, and how they come from memory and go there.
 #pragma once
 
-#include "simd/config.h"
+#include "simd/registers.h"
+
+#include <type_traits>
 
 namespace simd {
 inline namespace UTILS_SSE_TIER {
 
-struct f32
+// A vector of N blocks has them side by side, as they lie in memory, and every verb acts inside each block: what is right for
+// one block is right for two or four at once, bit for bit. `lanes` are those of one block, and pictures show one block.
+
+template <int N>
+struct F32
 {
+    static constexpr int blocks = N;
     static constexpr int lanes = 4;
     using element = float;
-    __m128 v;
+    typename Registers<N>::ps v;
+
+    static UTILS_SSE_INLINE F32 load(const element* p) { return {Registers<N>::load(p)}; }
+    static UTILS_SSE_INLINE void store(element* p, F32 x) { Registers<N>::store(p, x.v); }
+    static UTILS_SSE_INLINE F32 zero() { return {Registers<N>::zero_ps()}; }
+    static UTILS_SSE_INLINE F32 broadcast(element x) { return {Registers<N>::set1(x)}; }
+};
+
+template <int N>
+struct I32
+{
+    static constexpr int blocks = N;
+    static constexpr int lanes = 4;
+    using element = int;
+    typename Registers<N>::si v;
+
+    static UTILS_SSE_INLINE I32 load(const element* p) { return {Registers<N>::load(p)}; }
+    static UTILS_SSE_INLINE void store(element* p, I32 x) { Registers<N>::store(p, x.v); }
+    static UTILS_SSE_INLINE I32 zero() { return {Registers<N>::zero_si()}; }
+    static UTILS_SSE_INLINE I32 broadcast(element x) { return {Registers<N>::set1(x)}; }
+};
+
+template <int N>
+struct I64
+{
+    static constexpr int blocks = N;
+    static constexpr int lanes = 2;
+    using element = std::int64_t;
+    typename Registers<N>::si v;
+
+    static UTILS_SSE_INLINE I64 load(const element* p) { return {Registers<N>::load(p)}; }
+    static UTILS_SSE_INLINE void store(element* p, I64 x) { Registers<N>::store(p, x.v); }
+    static UTILS_SSE_INLINE I64 zero() { return {Registers<N>::zero_si()}; }
+};
+
+template <int N>
+struct I16
+{
+    static constexpr int blocks = N;
+    static constexpr int lanes = 8;
+    using element = short;
+    typename Registers<N>::si v;
+
+    static UTILS_SSE_INLINE I16 load(const element* p) { return {Registers<N>::load(p)}; }
+    static UTILS_SSE_INLINE void store(element* p, I16 x) { Registers<N>::store(p, x.v); }
+    static UTILS_SSE_INLINE I16 zero() { return {Registers<N>::zero_si()}; }
+    static UTILS_SSE_INLINE I16 broadcast(element x) { return {Registers<N>::set1(x)}; }
+};
+
+template <int N>
+struct U8
+{
+    static constexpr int blocks = N;
+    static constexpr int lanes = 16;
+    using element = unsigned char;
+    typename Registers<N>::si v;
+
+    static UTILS_SSE_INLINE U8 load(const element* p) { return {Registers<N>::load(p)}; }
+    static UTILS_SSE_INLINE void store(element* p, U8 x) { Registers<N>::store(p, x.v); }
+    static UTILS_SSE_INLINE U8 zero() { return {Registers<N>::zero_si()}; }
+    static UTILS_SSE_INLINE U8 broadcast(element x) { return {Registers<N>::set1(x)}; }
 };
 
 struct f64
@@ -18,73 +85,65 @@ struct f64
     static constexpr int lanes = 2;
     using element = double;
     __m128d v;
+
+    static UTILS_SSE_INLINE f64 load(const double* p) { return {_mm_loadu_pd(p)}; }
+    static UTILS_SSE_INLINE void store(double* p, f64 x) { _mm_storeu_pd(p, x.v); }
+    static UTILS_SSE_INLINE f64 zero() { return {_mm_setzero_pd()}; }
 };
 
-struct i32
+// Two vectors: what a vector of narrower elements widens to. `low` holds the lower half of the elements of each block, `high`
+// the upper half, so that in memory their blocks take turns.
+template <int N>
+struct F32x2
 {
-    static constexpr int lanes = 4;
+    using element = float;
+    F32<N> low, high;
+
+    static UTILS_SSE_INLINE F32x2 load(const float* p)
+    {
+        typename Registers<N>::si low, high;
+        load_in_turn(p, low, high);
+        return {{mm::as_ps(low)}, {mm::as_ps(high)}};
+    }
+    static UTILS_SSE_INLINE void store(float* p, F32x2 x) { store_in_turn(p, mm::as_si(x.low.v), mm::as_si(x.high.v)); }
+    static UTILS_SSE_INLINE F32x2 broadcast(float x) { return {F32<N>::broadcast(x), F32<N>::broadcast(x)}; }
+};
+
+template <int N>
+struct I32x2
+{
     using element = int;
-    __m128i v;
+    I32<N> low, high;
+
+    static UTILS_SSE_INLINE void store(int* p, I32x2 x) { store_in_turn(p, x.low.v, x.high.v); }
 };
 
-struct i64
+template <int N>
+struct I16x2
 {
-    static constexpr int lanes = 2;
-    using element = std::int64_t;
-    __m128i v;
-};
-
-struct i16
-{
-    static constexpr int lanes = 8;
     using element = short;
-    __m128i v;
+    I16<N> low, high;
+
+    static UTILS_SSE_INLINE I16x2 load(const short* p)
+    {
+        I16x2 x;
+        load_in_turn(p, x.low.v, x.high.v);
+        return x;
+    }
+    static UTILS_SSE_INLINE void store(short* p, I16x2 x) { store_in_turn(p, x.low.v, x.high.v); }
 };
 
-struct u8
-{
-    static constexpr int lanes = 16;
-    using element = unsigned char;
-    __m128i v;
-};
-
-// Two neighbouring vectors: what a vector of narrower elements widens to. `low` holds the lower half of the elements.
-struct f32x2
-{
-    f32 low, high;
-};
-
-struct i32x2
-{
-    i32 low, high;
-};
+// One block.
+using f32 = F32<1>;
+using i32 = I32<1>;
+using i64 = I64<1>;
+using i16 = I16<1>;
+using u8 = U8<1>;
+using f32x2 = F32x2<1>;
+using i32x2 = I32x2<1>;
 
 // --- load and store ------------------------------------------------------------------------------------------------
 // load<V>(p) reads one V, or one element when V is an element type. Any address.
-
-template <class V>
-struct Memory
-{
-    static UTILS_SSE_INLINE V load(const typename V::element* p)
-    {
-        return V{_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))};
-    }
-    static UTILS_SSE_INLINE void store(typename V::element* p, V x) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), x.v); }
-};
-
-template <>
-struct Memory<f32>
-{
-    static UTILS_SSE_INLINE f32 load(const float* p) { return {_mm_loadu_ps(p)}; }
-    static UTILS_SSE_INLINE void store(float* p, f32 x) { _mm_storeu_ps(p, x.v); }
-};
-
-template <>
-struct Memory<f64>
-{
-    static UTILS_SSE_INLINE f64 load(const double* p) { return {_mm_loadu_pd(p)}; }
-    static UTILS_SSE_INLINE void store(double* p, f64 x) { _mm_storeu_pd(p, x.v); }
-};
 
 // Elements go through memcpy: a destination may be the memory of a source of another type (ApplyGain in place).
 template <class T>
@@ -98,31 +157,9 @@ struct ElementMemory
     }
     static UTILS_SSE_INLINE void store(void* p, T x) { std::memcpy(p, &x, sizeof x); }
 };
-template <>
-struct Memory<float> : ElementMemory<float>
+template <class V>
+struct Memory : std::conditional_t<std::is_arithmetic<V>::value, ElementMemory<V>, V>
 {
-};
-template <>
-struct Memory<int> : ElementMemory<int>
-{
-};
-template <>
-struct Memory<unsigned> : ElementMemory<unsigned>
-{
-};
-template <>
-struct Memory<short> : ElementMemory<short>
-{
-};
-template <>
-struct Memory<unsigned char> : ElementMemory<unsigned char>
-{
-};
-
-template <>
-struct Memory<f32x2>
-{
-    static UTILS_SSE_INLINE f32x2 load(const float* p) { return {{_mm_loadu_ps(p)}, {_mm_loadu_ps(p + 4)}}; }
 };
 
 template <class V, class T>
@@ -137,17 +174,60 @@ UTILS_SSE_INLINE void store(T* p, V x)
     Memory<V>::store(p, x);
 }
 
-UTILS_SSE_INLINE void store(float* p, f32x2 x)
+// What a body computes with: vectors of N blocks each, of whatever elements a pointer leads to.
+template <class T, int N>
+struct VectorOf;
+template <int N>
+struct VectorOf<float, N>
 {
-    store(p, x.low);
-    store(p + 4, x.high);
-}
+    using type = F32<N>;
+    using twice = F32x2<N>;
+};
+template <int N>
+struct VectorOf<int, N>
+{
+    using type = I32<N>;
+};
+template <int N>
+struct VectorOf<short, N>
+{
+    using type = I16<N>;
+    using twice = I16x2<N>;
+};
+template <int N>
+struct VectorOf<unsigned char, N>
+{
+    using type = U8<N>;
+};
 
-UTILS_SSE_INLINE void store(int* p, i32x2 x)
+template <int N>
+struct Blocks
 {
-    store(p, x.low);
-    store(p + 4, x.high);
-}
+    static constexpr int count = N;
+
+    template <class T>
+    static UTILS_SSE_INLINE auto load(const T* p)
+    {
+        return VectorOf<T, N>::type::load(p);
+    }
+    // Two vectors, which belong to one of elements half as wide.
+    template <class T>
+    static UTILS_SSE_INLINE auto load_two(const T* p)
+    {
+        return VectorOf<T, N>::twice::load(p);
+    }
+    template <class T, class V>
+    static UTILS_SSE_INLINE void store(T* p, V x)
+    {
+        V::store(p, x);
+    }
+    // x in every lane of vectors of such elements.
+    template <class T>
+    static UTILS_SSE_INLINE auto broadcast(T x)
+    {
+        return VectorOf<T, N>::type::broadcast(x);
+    }
+};
 
 // Parts of a vector, from its low end; the other lanes are zero.
 UTILS_SSE_INLINE i16 load_four(const short* p)
