@@ -83,7 +83,7 @@ UTILS_SSE_INLINE WindowSums window_sums(const Reference& reference, const unsign
     const u8 low = interleave_low(load_eight(right), load_eight(row));
     const u8 high = interleave_low(Part<u8, 2>::load(right + 8), Part<u8, 2>::load(row + 8));
     const i16 pairs[] = {widen_low(low), widen_high(low), widen_low(high)};
-    const i16 signs = broadcast_pair(1, -1);
+    const i16 signs = broadcast_pair<1>(1, -1);
     repeat<WindowSums::kVectors>([&](auto i) UTILS_SSE_LAMBDA {
         sums.pixel_steps[i] = multiply_add_pairs(pairs[i], signs);
         sums.square_steps[i] = multiply_add_pairs(pairs[i], multiply_low(pairs[i], signs));

@@ -8,12 +8,18 @@ namespace {
 
 constexpr float kQ15ToUnit = 3.05185094e-05f; // the float nearest to 1 / 32767
 
-// One block mixed with several carriers.
+// The same samples mixed with several carriers.
 template <class Vector, int Carriers>
 struct Mixed
 {
     Vector with[Carriers];
 };
+
+template <class Vector, class... More>
+UTILS_SSE_INLINE Mixed<Vector, 1 + sizeof...(More)> mixed(Vector first, More... more)
+{
+    return {{first, more...}};
+}
 
 } // namespace
 
@@ -35,14 +41,13 @@ void CUtils_SSE::DemodulateNew(const short* rf, short* out1, short* out2, const 
     for (int line = 0; line < lines; ++line, rf += n, out1 += n, out2 += n) {
         const Rest rest = map_blocks<8, 4>(
             n,
-            [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                const i16 samples = load<i16>(rf + i);
-                return Mixed<i16, 2>{
-                    {multiply_q15(samples, load<i16>(table1 + i)), multiply_q15(samples, load<i16>(table2 + i))}};
+            [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                const auto samples = run.load(rf + i);
+                return mixed(multiply_q15(samples, run.load(table1 + i)), multiply_q15(samples, run.load(table2 + i)));
             },
-            [=](std::ptrdiff_t i, const Mixed<i16, 2>& mixed) UTILS_SSE_LAMBDA {
-                store(out1 + i, mixed.with[0]);
-                store(out2 + i, mixed.with[1]);
+            [=](std::ptrdiff_t i, const auto& products) UTILS_SSE_LAMBDA {
+                store(out1 + i, products.with[0]);
+                store(out2 + i, products.with[1]);
             },
             ahead<64>(rf));
         // The tail is zeroed, not computed.
@@ -57,17 +62,16 @@ void CUtils_SSE::DemodulateHarmInterp(const short* rf, const short* tableA, cons
     for (int line = 1; line < lines; ++line, rf += n, outA += n, outB += n, outC += n, outD += n) {
         map_blocks<8, 4>(
             n,
-            [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                const i16 samples = load<i16>(rf + i);
-                return Mixed<i16, 4>{
-                    {multiply_q15(samples, load<i16>(tableA + i)), multiply_q15(samples, load<i16>(tableB + i)),
-                     multiply_q15(samples, load<i16>(tableC + i)), multiply_q15(samples, load<i16>(tableD + i))}};
+            [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                const auto samples = run.load(rf + i);
+                return mixed(multiply_q15(samples, run.load(tableA + i)), multiply_q15(samples, run.load(tableB + i)),
+                             multiply_q15(samples, run.load(tableC + i)), multiply_q15(samples, run.load(tableD + i)));
             },
-            [=](std::ptrdiff_t i, const Mixed<i16, 4>& mixed) UTILS_SSE_LAMBDA {
-                store(outA + i, mixed.with[0]);
-                store(outB + i, mixed.with[1]);
-                store(outC + i, mixed.with[2]);
-                store(outD + i, mixed.with[3]);
+            [=](std::ptrdiff_t i, const auto& products) UTILS_SSE_LAMBDA {
+                store(outA + i, products.with[0]);
+                store(outB + i, products.with[1]);
+                store(outC + i, products.with[2]);
+                store(outD + i, products.with[3]);
             },
             ahead<64>(rf));
     }

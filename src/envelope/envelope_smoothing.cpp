@@ -16,19 +16,24 @@ using namespace simd;
 namespace {
 
 // Factors of the kernel, in registers: products by numbers it knows GCC would replace by up to five shifts and sums.
+template <int N>
 struct Factors
 {
-    i16 inner = in_order(broadcast_short(6));
-    i16 centre = in_order(broadcast_short(22));
+    I16<N> inner = in_order(I16<N>::broadcast(6));
+    I16<N> centre = in_order(I16<N>::broadcast(22));
 };
 
-// The pixels of five rows around p, smoothed, in units of 1/32.
-UTILS_SSE_INLINE i16 eight_across(const unsigned char* p, std::ptrdiff_t cols, Factors factors)
+// The pixels of five rows, smoothed, in units of 1/32. row(k) are those of the row k below.
+template <class Row, int N>
+UTILS_SSE_INLINE I16<N> across(const Row& row, Factors<N> factors)
 {
-    const auto row = [=](int r) UTILS_SSE_LAMBDA { return widen_low(load_eight(p + r * cols)); };
-    const i16 outer = add_wrap(row(-2), row(2));
-    const i16 inner = add_wrap(row(-1), row(1));
+    const auto outer = add_wrap(row(-2), row(2));
+    const auto inner = add_wrap(row(-1), row(1));
     return subtract_wrap(add_wrap(multiply_low(inner, factors.inner), multiply_low(row(0), factors.centre)), outer);
+}
+UTILS_SSE_INLINE i16 eight_across(const unsigned char* p, std::ptrdiff_t cols, Factors<1> factors)
+{
+    return across([=](int r) UTILS_SSE_LAMBDA { return widen_low(load_eight(p + r * cols)); }, factors);
 }
 UTILS_SSE_INLINE int one_across(const unsigned char* p, std::ptrdiff_t cols)
 {
@@ -116,7 +121,7 @@ UTILS_SSE_INLINE void smooth_along(const float* work, unsigned char* out, int co
 template <bool Along>
 void filter(unsigned char* out, const unsigned char* in, float* work, int rows, int cols)
 {
-    const Factors factors;
+    const Factors<1> factors;
     for (int r = 0; r < rows; ++r, in += cols, work += cols, out += cols) {
         if (is_edge(r, rows))
             put_row<!Along>(
@@ -134,7 +139,7 @@ void filter(unsigned char* out, const unsigned char* in, float* work, int rows, 
 }
 
 // The columns behind the last whole block of 16 keep the low 8 bits of what is too bright.
-UTILS_SSE_INLINE void smooth_wrapping(const unsigned char* in, unsigned char* out, std::ptrdiff_t cols, Factors factors)
+UTILS_SSE_INLINE void smooth_wrapping(const unsigned char* in, unsigned char* out, std::ptrdiff_t cols, Factors<1> factors)
 {
     const auto eight = [=](std::ptrdiff_t c) UTILS_SSE_LAMBDA {
         const i16 value = maximum(eight_across(in + c, cols, factors), broadcast_short(0));
@@ -167,20 +172,23 @@ void CUtils_SSE::FilterTheEnvelopSSE(unsigned char* out, const unsigned char* in
 {
     if (cols <= 0)
         return;
-    const Factors factors;
+    const std::ptrdiff_t width = cols;
     for (int r = 0; r < rows; ++r, in += cols, out += cols) {
         if (is_edge(r, rows)) {
             std::memcpy(out, in, static_cast<std::size_t>(cols));
             continue;
         }
         // Body clamps, tail wraps. The tail comes first, because its eight columns may reach into the body.
-        smooth_wrapping(in, out, cols, factors);
+        smooth_wrapping(in, out, cols, Factors<1>());
         map_blocks<16, 4>(
             cols,
-            [=](std::ptrdiff_t c) UTILS_SSE_LAMBDA {
-                return narrow_saturate(shift_right<5>(eight_across(in + c, cols, factors)),
-                                       shift_right<5>(eight_across(in + c + 8, cols, factors)));
+            [=](auto run, std::ptrdiff_t c) UTILS_SSE_LAMBDA {
+                const Factors<run.count> factors;
+                const auto row = [=](int k) UTILS_SSE_LAMBDA { return run.load(in + c + k * width); };
+                const auto low = [=](int k) UTILS_SSE_LAMBDA { return widen_low(row(k)); };
+                const auto high = [=](int k) UTILS_SSE_LAMBDA { return widen_high(row(k)); };
+                return narrow_saturate(shift_right<5>(across(low, factors)), shift_right<5>(across(high, factors)));
             },
-            [=](std::ptrdiff_t c, u8 result) UTILS_SSE_LAMBDA { store(out + c, result); });
+            [=](std::ptrdiff_t c, auto result) UTILS_SSE_LAMBDA { store(out + c, result); });
     }
 }

@@ -16,8 +16,8 @@ template <class Body, class... Source>
 UTILS_SSE_INLINE Rest map_body(int n, unsigned char* dst, const Body& body, const Source*... src)
 {
     return map_blocks<16, 4>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return in_order(body(load<u8>(src + i)...)); },
-        [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src)...);
+        n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return in_order(body(run.load(src + i)...)); },
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src)...);
 }
 
 // And dst[i] = tail(src[i]...) behind them.
@@ -44,13 +44,11 @@ UTILS_SSE_INLINE void average_into(int n, unsigned char* dst, const Body& body, 
 
 struct Mean4
 {
-    UTILS_SSE_INLINE u8 operator()(u8 d, u8 a, u8 b, u8 c) const { return mean_down(d, a, b, c); }
-};
-
-// Sums of two weighted pixels, low 16 bits.
-struct Halves
-{
-    i16 low, high;
+    template <class V>
+    UTILS_SSE_INLINE V operator()(V d, V a, V b, V c) const
+    {
+        return mean_down(d, a, b, c);
+    }
 };
 
 UTILS_SSE_INLINE void copy_frame(unsigned char* dst, const unsigned char* src, int n)
@@ -64,7 +62,7 @@ UTILS_SSE_INLINE void copy_frame(unsigned char* dst, const unsigned char* src, i
 void CUtils_SSE::TemporalAverage2(unsigned char* dst, const unsigned char* b, int n)
 {
     average_into(
-        n, dst, [](u8 x, u8 y) UTILS_SSE_LAMBDA { return average_up(x, y); },
+        n, dst, [](auto x, auto y) UTILS_SSE_LAMBDA { return average_up(x, y); },
         [](u8 x, u8 y) UTILS_SSE_LAMBDA { return average_down(x, y); }, b); // the tail rounds down, on purpose
 }
 
@@ -79,7 +77,8 @@ void CUtils_SSE::TemporalAverage4Fast(unsigned char* dst, const unsigned char* a
 {
     // The body rounds up three times, the tail down once, on purpose.
     average_into(
-        n, dst, [](u8 vd, u8 va, u8 vb, u8 vc) UTILS_SSE_LAMBDA { return average_up(average_up(vc, vb), average_up(va, vd)); },
+        n, dst,
+        [](auto vd, auto va, auto vb, auto vc) UTILS_SSE_LAMBDA { return average_up(average_up(vc, vb), average_up(va, vd)); },
         Mean4(), a, b, c);
 }
 
@@ -90,19 +89,19 @@ void CUtils_SSE::WeightedAverage(unsigned char* dst, const unsigned char* a, con
         return;
     }
     const int w = percent * 256 / 100;
-    const i16 weight_b = broadcast_short(static_cast<short>(w));
-    const i16 weight_a = broadcast_short(static_cast<short>(256 - w));
-    const i16 low_bytes = broadcast_short(255);
+    const auto weight_b = static_cast<short>(w);
+    const auto weight_a = static_cast<short>(256 - w);
     // The 16-bit sums (65280 at most) of the pixels at even places, and of those at odd places: no interleaving is needed,
     // since the upper byte of a sum is the result.
-    const auto blend = [=](u8 x, u8 y) UTILS_SSE_LAMBDA {
-        const i16 words_x{x.v};
-        const i16 words_y{y.v};
-        const i16 even =
-            add_wrap(multiply_low(bit_and(words_x, low_bytes), weight_a), multiply_low(bit_and(words_y, low_bytes), weight_b));
-        const i16 odd = add_wrap(multiply_low(shift_right_unsigned<8>(words_x), weight_a),
-                                 multiply_low(shift_right_unsigned<8>(words_y), weight_b));
-        return u8{bit_or(shift_right_unsigned<8>(even), bit_without(odd, low_bytes)).v};
+    const auto blend = [=](auto x, auto y) UTILS_SSE_LAMBDA {
+        using Pixels = decltype(x);
+        using Sums = decltype(widen_even(x));
+        const auto sum = [=](Sums of_x, Sums of_y) UTILS_SSE_LAMBDA {
+            return add_wrap(multiply_low(of_x, Sums::broadcast(weight_a)), multiply_low(of_y, Sums::broadcast(weight_b)));
+        };
+        const Sums even = sum(widen_even(x), widen_even(y));
+        const Sums odd = sum(widen_odd(x), widen_odd(y));
+        return Pixels{bit_or(shift_right_unsigned<8>(even), bit_without(odd, Sums::broadcast(255))).v};
     };
     blend_pixels(n, dst, blend, blend, a, b);
 }
@@ -110,21 +109,20 @@ void CUtils_SSE::WeightedAverage(unsigned char* dst, const unsigned char* a, con
 void CUtils_SSE::PersistImage(const unsigned char* a, const unsigned char* b, unsigned char* dst, int weightA, int weightB,
                               int n)
 {
-    const i16 weight_a{_mm_set1_epi16(static_cast<short>(weightA))};
-    const i16 weight_b{_mm_set1_epi16(static_cast<short>(weightB))};
-    const auto sums = [=](u8 x, u8 y) UTILS_SSE_LAMBDA {
-        return Halves{add_wrap(multiply_low(widen_low(x), weight_a), multiply_low(widen_low(y), weight_b)),
-                      add_wrap(multiply_low(widen_high(x), weight_a), multiply_low(widen_high(y), weight_b))};
+    const auto sum = [=](auto x, auto y) UTILS_SSE_LAMBDA { // low 16 bits
+        using Sums = decltype(x);
+        return add_wrap(multiply_low(x, Sums::broadcast(static_cast<short>(weightA))),
+                        multiply_low(y, Sums::broadcast(static_cast<short>(weightB))));
     };
     blend_pixels(
         n, dst,
-        [=](u8 x, u8 y) UTILS_SSE_LAMBDA {
-            const Halves s = sums(x, y);
-            return narrow_saturate(shift_right<4>(s.low), shift_right<4>(s.high));
+        [=](auto x, auto y) UTILS_SSE_LAMBDA {
+            return narrow_saturate(shift_right<4>(sum(widen_low(x), widen_low(y))),
+                                   shift_right<4>(sum(widen_high(x), widen_high(y))));
         },
         // The tail does not saturate, on purpose: it keeps bits 4 .. 11 of the sum, whatever its full width.
         [=](u8 x, u8 y) UTILS_SSE_LAMBDA {
-            const i16 pixels = shift_right_unsigned<8>(shift_left<4>(sums(x, y).low));
+            const i16 pixels = shift_right_unsigned<8>(shift_left<4>(sum(widen_low(x), widen_low(y))));
             return narrow_saturate(pixels, pixels);
         },
         a, b);

@@ -6,6 +6,8 @@ using namespace simd;
 
 namespace {
 
+constexpr unsigned char kBlack = 0;
+
 // min(255, p >> 8) of the 32-bit products p = s * m, both read as signed and p then as unsigned: a negative product gives 255.
 UTILS_SSE_INLINE u8 divide_saturating(PixelSums s, i16 m_low, i16 m_high)
 {
@@ -88,18 +90,18 @@ void CUtils_SSE::ApplyDivisorMask(unsigned char* dst, const unsigned char* src, 
     const short* m = lanes_of(mask);
     const Rest rest = map_blocks<16, 4>(
         n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const u8 pixels = load<u8>(src + i);
-            const i16 m_low = load<i16>(m + i);
-            const i16 m_high = load<i16>(m + i + 8);
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const auto pixels = run.load(src + i);
+            const auto [m_low, m_high] = run.load_two(m + i);
             // Factors from 32768 on are negative, on purpose: they give 255, and 0 only for black.
-            const u8 saturated = bit_without(top_bit(narrow_saturate_signed(m_low, m_high)), equal(pixels, zero<u8>()));
+            const auto saturated =
+                bit_without(top_bit(narrow_saturate_signed(m_low, m_high)), equal(pixels, run.broadcast(kBlack)));
             return in_order(
                 bit_or(narrow_saturate(multiply_high_unsigned(widen_low_to_top(pixels), m_low), // (p * 256 * m) >> 16
                                        multiply_high_unsigned(widen_high_to_top(pixels), m_high)),
                        saturated));
         },
-        [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src), ahead<1024>(m));
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src), ahead<1024>(m));
     // The tail keeps the low 8 bits and reads the factor as unsigned, on purpose.
     cover_in_place<8>(
         rest,

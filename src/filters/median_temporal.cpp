@@ -13,10 +13,8 @@ namespace {
 template <class V, int Line, class T, class Body, class Tail, class... Streams>
 UTILS_SSE_INLINE void map_frames(T* dst, int n, const Body& body, const Tail& tail, Streams... streams)
 {
-    using Whole = Part<V, 16>;
     const Rest rest = map_blocks<V::lanes, Line>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return body(Whole(), i); },
-        [=](std::ptrdiff_t i, V result) UTILS_SSE_LAMBDA { Whole::store(dst + i, result); }, streams...);
+        n, body, [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); }, streams...);
     cover<V::lanes / 2>(rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         using Run = Part<V, count() * static_cast<int>(sizeof(T))>;
         Run::store(dst + i, tail(Run(), i));
@@ -78,53 +76,64 @@ UTILS_SSE_INLINE void median_of_frames(T* dst, const T* f1, const T* f2, const T
 }
 
 // The magnitude of a byte read as signed, 0 .. 128: the smaller one of x and 256 - x.
-UTILS_SSE_INLINE u8 signed_magnitude(u8 x)
+template <class V>
+UTILS_SSE_INLINE V signed_magnitude(V x)
 {
-    return minimum(x, subtract_wrap(zero<u8>(), x));
+    return minimum(x, subtract_wrap(zero<V>(), x));
 }
 
-UTILS_SSE_INLINE u8 distance_from_mid_grey(u8 x)
+template <class V>
+UTILS_SSE_INLINE V distance_from_mid_grey(V x)
 {
-    return absolute_difference(x, broadcast_byte(127));
+    return absolute_difference(x, V::broadcast(127));
 }
 
+template <class V>
 struct Farthest
 {
-    u8 magnitude, value;
+    V magnitude, value;
 };
 
+template <class V>
+UTILS_SSE_INLINE Farthest<V> rated(V magnitude, V value)
+{
+    return {magnitude, value};
+}
+
 // The first of the values whose magnitude is the largest; callers name the latest frame first.
-template <class... More>
-UTILS_SSE_INLINE Farthest farthest(Farthest first, More... more)
+template <class V, class... More>
+UTILS_SSE_INLINE Farthest<V> farthest(Farthest<V> first, More... more)
 {
     if constexpr (sizeof...(more) == 0) {
         return first;
     } else {
-        const Farthest other = farthest(more...);
-        const u8 magnitude = maximum(first.magnitude, other.magnitude);
+        const Farthest<V> other = farthest(more...);
+        const V magnitude = maximum(first.magnitude, other.magnitude);
         return {magnitude, select(equal(first.magnitude, magnitude), first.value, other.value)};
     }
 }
 
 // (O * (128 - A) + V * A) >> 8 with O the mean of the two others, rounded down. Here and below the weighted sum fits 16
 // unsigned bits, so that it may be taken with a difference that wraps: O * 128 + (V - O) * A.
-UTILS_SSE_INLINE i16 blend_with_two(i16 sum, i16 value, i16 magnitude)
+template <class V>
+UTILS_SSE_INLINE V blend_with_two(V sum, V value, V magnitude)
 {
-    const i16 others = shift_right_unsigned<1>(subtract_wrap(sum, value));
-    const i16 weighted = multiply_low(subtract_wrap(value, others), magnitude);
+    const V others = shift_right_unsigned<1>(subtract_wrap(sum, value));
+    const V weighted = multiply_low(subtract_wrap(value, others), magnitude);
     return shift_right_unsigned<8>(add_wrap(shift_left<7>(others), weighted));
 }
 
 // (O * (255 - A) + V * A) >> 7 with O the mean of the four others, rounded down.
-UTILS_SSE_INLINE i16 blend_with_four(i16 sum, i16 value, i16 magnitude)
+template <class V>
+UTILS_SSE_INLINE V blend_with_four(V sum, V value, V magnitude)
 {
-    const i16 others = shift_right_unsigned<2>(subtract_wrap(sum, value));
-    const i16 weighted = multiply_low(subtract_wrap(value, others), magnitude);
+    const V others = shift_right_unsigned<2>(subtract_wrap(sum, value));
+    const V weighted = multiply_low(subtract_wrap(value, others), magnitude);
     return shift_right_unsigned<7>(add_wrap(subtract_wrap(shift_left<8>(others), others), weighted));
 }
 
-template <class... More>
-UTILS_SSE_INLINE i16 sum_low(u8 first, More... more)
+template <class V, class... More>
+UTILS_SSE_INLINE auto sum_low(V first, More... more)
 {
     if constexpr (sizeof...(more) == 0)
         return widen_low(first);
@@ -132,8 +141,8 @@ UTILS_SSE_INLINE i16 sum_low(u8 first, More... more)
         return add_wrap(widen_low(first), sum_low(more...));
 }
 
-template <class... More>
-UTILS_SSE_INLINE i16 sum_high(u8 first, More... more)
+template <class V, class... More>
+UTILS_SSE_INLINE auto sum_high(V first, More... more)
 {
     if constexpr (sizeof...(more) == 0)
         return widen_high(first);
@@ -173,16 +182,16 @@ void CUtils_SSE::ExtremumFilter(unsigned char* dst, const unsigned char* f1, con
     map_frames<u8, 2>(
         dst, n,
         [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const u8 a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i);
-            const Farthest far =
-                farthest(Farthest{signed_magnitude(c), c}, Farthest{signed_magnitude(b), b}, Farthest{signed_magnitude(a), a});
+            const auto a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i);
+            const auto far =
+                farthest(rated(signed_magnitude(c), c), rated(signed_magnitude(b), b), rated(signed_magnitude(a), a));
             return narrow_saturate(blend_with_two(sum_low(a, b, c), widen_low(far.value), widen_low(far.magnitude)),
                                    blend_with_two(sum_high(a, b, c), widen_high(far.value), widen_high(far.magnitude)));
         },
         [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const u8 a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i);
-            return farthest(Farthest{distance_from_mid_grey(c), c}, Farthest{distance_from_mid_grey(b), b},
-                            Farthest{distance_from_mid_grey(a), a})
+            const auto a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i);
+            return farthest(rated(distance_from_mid_grey(c), c), rated(distance_from_mid_grey(b), b),
+                            rated(distance_from_mid_grey(a), a))
                 .value;
         },
         ahead<1024>(f1), ahead<1024>(f2), ahead<1024>(f3));
@@ -195,11 +204,11 @@ void CUtils_SSE::ExtremumFilter(unsigned char* dst, const unsigned char* f1, con
     map_frames<u8, 1>(
         dst, n,
         [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const u8 a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i), d = run.load(f4 + i),
-                     e = run.load(f5 + i);
-            const Farthest far = farthest(Farthest{distance_from_mid_grey(e), e}, Farthest{distance_from_mid_grey(d), d},
-                                          Farthest{distance_from_mid_grey(c), c}, Farthest{distance_from_mid_grey(b), b},
-                                          Farthest{distance_from_mid_grey(a), a});
+            const auto a = run.load(f1 + i), b = run.load(f2 + i), c = run.load(f3 + i), d = run.load(f4 + i),
+                       e = run.load(f5 + i);
+            const auto far = farthest(rated(distance_from_mid_grey(e), e), rated(distance_from_mid_grey(d), d),
+                                      rated(distance_from_mid_grey(c), c), rated(distance_from_mid_grey(b), b),
+                                      rated(distance_from_mid_grey(a), a));
             return narrow_saturate(blend_with_four(sum_low(a, b, c, d, e), widen_low(far.value), widen_low(far.magnitude)),
                                    blend_with_four(sum_high(a, b, c, d, e), widen_high(far.value), widen_high(far.magnitude)));
         },

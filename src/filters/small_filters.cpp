@@ -67,8 +67,8 @@ void CUtils_SSE::Filter2x2(unsigned char* dst, const unsigned char* src, int wid
             return in_order(mean_down(part.load(p), part.load(p + 1), part.load(p + w), part.load(p + w + 1)));
         };
         const Rest rest = map_blocks<16, 4>(
-            static_cast<int>(rows * w - 1), [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return box(Part<u8, 16>(), i); },
-            [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(out + i, pixels); }, ahead<1024>(in),
+            static_cast<int>(rows * w - 1), box,
+            [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(out + i, pixels); }, ahead<1024>(in),
             ahead<1024>(in + w));
         cover<8>(rest, [=](auto count, std::ptrdiff_t i)
                            UTILS_SSE_LAMBDA { Part<u8, count()>::store(out + i, box(Part<u8, count()>(), i)); });

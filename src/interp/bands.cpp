@@ -8,7 +8,8 @@ using namespace simd;
 
 namespace {
 
-UTILS_SSE_INLINE i16 combine_wrapping(i16 a, i16 b)
+template <class V>
+UTILS_SSE_INLINE V combine_wrapping(V a, V b)
 {
     return shift_right<7>(add_wrap(a, b));
 }
@@ -19,9 +20,10 @@ UTILS_SSE_INLINE i16 combine_exactly(i16 a, i16 b)
 }
 
 // x0 + 4 x1 + 6 x2 + 4 x3 + x4, which sums to 16.
-UTILS_SSE_INLINE i16 smooth(i16 x0, i16 x1, i16 x2, i16 x3, i16 x4)
+template <class V>
+UTILS_SSE_INLINE V smooth(V x0, V x1, V x2, V x3, V x4)
 {
-    const i16 ends_and_centre = add_wrap(add_wrap(x0, x4), add_wrap(x2, x2));
+    const V ends_and_centre = add_wrap(add_wrap(x0, x4), add_wrap(x2, x2));
     return add_wrap(ends_and_centre, shift_left<2>(add_wrap(add_wrap(x1, x3), x2)));
 }
 
@@ -40,24 +42,17 @@ void smooth_row(short* sums, const unsigned char* row, int width, int from, int 
     for (int x = from; x < std::min(inside, to); ++x)
         at_border(x);
 
-    struct Halves
-    {
-        i16 low, high;
-    };
     const unsigned char* pixels = row + inside;
     short* smoothed = sums + (inside - from);
     const Rest rest = map_blocks<16, 2>(
         right - inside,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const u8 x0 = load<u8>(pixels + i - 2), x1 = load<u8>(pixels + i - 1), x2 = load<u8>(pixels + i);
-            const u8 x3 = load<u8>(pixels + i + 1), x4 = load<u8>(pixels + i + 2);
-            return Halves{smooth(widen_low(x0), widen_low(x1), widen_low(x2), widen_low(x3), widen_low(x4)),
-                          smooth(widen_high(x0), widen_high(x1), widen_high(x2), widen_high(x3), widen_high(x4))};
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const auto x0 = run.load(pixels + i - 2), x1 = run.load(pixels + i - 1), x2 = run.load(pixels + i);
+            const auto x3 = run.load(pixels + i + 1), x4 = run.load(pixels + i + 2);
+            return in_turn(smooth(widen_low(x0), widen_low(x1), widen_low(x2), widen_low(x3), widen_low(x4)),
+                           smooth(widen_high(x0), widen_high(x1), widen_high(x2), widen_high(x3), widen_high(x4)));
         },
-        [=](std::ptrdiff_t i, const Halves& halves) UTILS_SSE_LAMBDA {
-            store(smoothed + i, halves.low);
-            store(smoothed + i + 8, halves.high);
-        });
+        [=](std::ptrdiff_t i, auto halves) UTILS_SSE_LAMBDA { store(smoothed + i, halves); });
     cover<8>(rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         const auto pixel = [=](int k) UTILS_SSE_LAMBDA { return widen_low(Part<u8, count()>::load(pixels + i + k)); };
         Part<i16, 2 * count()>::store(smoothed + i, smooth(pixel(-2), pixel(-1), pixel(0), pixel(1), pixel(2)));
@@ -83,8 +78,9 @@ UTILS_SSE_INLINE Bands separate(Sums, Pixels, const short* const (&rows)[5], con
 
 void separate_row(short* low, short* high, const short* const (&rows)[5], const unsigned char* pixels, int columns)
 {
-    const Rest rest = map_blocks<8, 2>(
-        columns, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return separate(Part<i16, 16>(), Part<u8, 8>(), rows, pixels, i); },
+    const Rest rest = map_blocks<8, 2, 1>(
+        columns,
+        [&](Blocks<1>, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return separate(Part<i16, 16>(), Part<u8, 8>(), rows, pixels, i); },
         [=](std::ptrdiff_t i, const Bands& bands) UTILS_SSE_LAMBDA {
             store(low + i, bands.low);
             store(high + i, bands.high);
@@ -103,11 +99,12 @@ void CUtils_SSE::CombineBands(unsigned char* dst, const short* low, const short*
 {
     const Rest rest = map_blocks<16, 4>(
         n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            return narrow_saturate(combine_wrapping(load<i16>(low + i), load<i16>(high + i)),
-                                   combine_wrapping(load<i16>(low + i + 8), load<i16>(high + i + 8)));
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const auto half = [=](std::ptrdiff_t k)
+                                  UTILS_SSE_LAMBDA { return combine_wrapping(run.load(low + k), run.load(high + k)); };
+            return narrow_in_order(half(i), half(i + run.count * 8));
         },
-        [=](std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(low), ahead<1024>(high));
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(low), ahead<1024>(high));
     // The tail does not wrap, on purpose.
     cover_in_place<8>(
         rest,

@@ -19,9 +19,9 @@ template <int Line, class Weigh>
 UTILS_SSE_INLINE void blend(const short* first, const short* second, short* out, short* clip, std::ptrdiff_t from,
                             std::ptrdiff_t to, const Weigh& weigh)
 {
-    map_blocks<8, Line>(
+    map_blocks<8, Line, 1>(
         static_cast<int>(to - from),
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        [=](Blocks<1>, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const i16 y = load<i16>(first + from + i);
             const i16 x = load<i16>(second + from + i);
             return Blended{add_saturate(weigh(x), y), clip_flags(x, y)};

@@ -25,12 +25,13 @@ struct EightTaps
     static constexpr int shift = 10;
 
     template <int Parity, class Samples>
-    static UTILS_SSE_INLINE i32 sums(const Samples& x)
+    static UTILS_SSE_INLINE auto sums(const Samples& x)
     {
-        const i32 left = add_wrap(multiply_add_pairs(x(Constant<Parity - 3>()), broadcast_pair(-13, 61)),
-                                  multiply_add_pairs(x(Constant<Parity - 1>()), broadcast_pair(-170, 634)));
-        const i32 right = add_wrap(multiply_add_pairs(x(Constant<Parity + 1>()), broadcast_pair(634, -170)),
-                                   multiply_add_pairs(x(Constant<Parity + 3>()), broadcast_pair(61, -13)));
+        constexpr int n = decltype(x(Constant<0>()))::blocks;
+        const auto left = add_wrap(multiply_add_pairs(x(Constant<Parity - 3>()), broadcast_pair<n>(-13, 61)),
+                                   multiply_add_pairs(x(Constant<Parity - 1>()), broadcast_pair<n>(-170, 634)));
+        const auto right = add_wrap(multiply_add_pairs(x(Constant<Parity + 1>()), broadcast_pair<n>(634, -170)),
+                                    multiply_add_pairs(x(Constant<Parity + 3>()), broadcast_pair<n>(61, -13)));
         return add_wrap(left, right);
     }
 };
@@ -40,52 +41,47 @@ struct FourTaps
     static constexpr int shift = 4;
 
     template <int Parity, class Samples>
-    static UTILS_SSE_INLINE i32 sums(const Samples& x)
+    static UTILS_SSE_INLINE auto sums(const Samples& x)
     {
-        return add_wrap(multiply_add_pairs(x(Constant<Parity - 1>()), broadcast_pair(-1, 9)),
-                        multiply_add_pairs(x(Constant<Parity + 1>()), broadcast_pair(9, -1)));
+        constexpr int n = decltype(x(Constant<0>()))::blocks;
+        return add_wrap(multiply_add_pairs(x(Constant<Parity - 1>()), broadcast_pair<n>(-1, 9)),
+                        multiply_add_pairs(x(Constant<Parity + 1>()), broadcast_pair<n>(9, -1)));
     }
 };
 
-struct Upsampled
-{
-    i16 low, high;
-};
-
+// Samples and what lies between them: the outputs at the lower half of the samples of each block, and at the upper half.
 template <class Filter, class Samples, class Narrow>
-UTILS_SSE_INLINE Upsampled upsample(const Samples& x, const Narrow& narrow)
+UTILS_SSE_INLINE auto upsample(const Samples& x, const Narrow& narrow)
 {
-    const i16 evens_odds = narrow(shift_right<Filter::shift>(Filter::template sums<0>(x)),
-                                  shift_right<Filter::shift>(Filter::template sums<1>(x)));
-    const i16 between = interleave_low(evens_odds, move_down<4>(evens_odds));
-    const i16 samples = x(Constant<0>());
-    return {interleave_low(samples, between), interleave_high(samples, between)};
+    const auto evens_odds = narrow(shift_right<Filter::shift>(Filter::template sums<0>(x)),
+                                   shift_right<Filter::shift>(Filter::template sums<1>(x)));
+    const auto between = interleave_low(evens_odds, move_down<4>(evens_odds));
+    const auto samples = x(Constant<0>());
+    return in_turn(interleave_low(samples, between), interleave_high(samples, between));
 }
 
 // The vector stage saturates.
 template <class Filter, class Samples>
-UTILS_SSE_INLINE Upsampled upsample_saturating(const Samples& x)
+UTILS_SSE_INLINE auto upsample_saturating(const Samples& x)
 {
-    return upsample<Filter>(x, [](i32 low, i32 high) UTILS_SSE_LAMBDA { return narrow_saturate(low, high); });
+    return upsample<Filter>(x, [](auto low, auto high) UTILS_SSE_LAMBDA { return narrow_saturate(low, high); });
 }
 
 // The scalar stage and the edges wrap.
 template <class Filter, class Samples>
-UTILS_SSE_INLINE Upsampled upsample_wrapping(const Samples& x)
+UTILS_SSE_INLINE auto upsample_wrapping(const Samples& x)
 {
-    return upsample<Filter>(x, [](i32 low, i32 high) UTILS_SSE_LAMBDA { return narrow_wrap(low, high); });
+    return upsample<Filter>(x, [](auto low, auto high) UTILS_SSE_LAMBDA { return narrow_wrap(low, high); });
 }
 
 // Writes the outputs at the first Count samples.
 template <int Count>
-UTILS_SSE_INLINE void put(short* dst, const Upsampled& outputs)
+UTILS_SSE_INLINE void put(short* dst, I16x2<1> outputs)
 {
-    if constexpr (Count == 8) {
-        store(dst, outputs.low);
-        store(dst + 8, outputs.high);
-    } else {
+    if constexpr (Count == 8)
+        store(dst, outputs);
+    else
         Part<i16, 4 * Count>::store(dst, outputs.low);
-    }
 }
 
 // dst[0] is the output at src[0]; n is a multiple of 8.
@@ -94,10 +90,10 @@ UTILS_SSE_INLINE void vector_stage(short* dst, const short* src, int n)
 {
     map_blocks<8, 2>(
         n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            return upsample_saturating<Filter>([=](auto offset) UTILS_SSE_LAMBDA { return load<i16>(src + i + offset); });
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            return upsample_saturating<Filter>([=](auto offset) UTILS_SSE_LAMBDA { return run.load(src + i + offset); });
         },
-        [=](std::ptrdiff_t i, const Upsampled& outputs) UTILS_SSE_LAMBDA { put<8>(dst + 2 * i, outputs); }, ahead<1024>(src));
+        [=](std::ptrdiff_t i, auto outputs) UTILS_SSE_LAMBDA { store(dst + 2 * i, outputs); }, ahead<1024>(src));
 }
 
 // Inputs begin .. end - 1, at least two of them.

@@ -102,8 +102,8 @@ struct Run<4>
 template <int Line, class Compute, class Put, class One, class... Streams>
 UTILS_SSE_INLINE void map_pixels(int n, const Compute& compute, const Put& put, const One& one, Streams... streams)
 {
-    const Rest rest = map_blocks<16, Line>(
-        n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return compute(Run<16>(), i); },
+    const Rest rest = map_blocks<16, Line, 1>(
+        n, [&](Blocks<1>, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return compute(Run<16>(), i); },
         [&](std::ptrdiff_t i, const auto& result) UTILS_SSE_LAMBDA { put(Run<16>(), i, result); }, streams...);
     for_rest(
         rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { put(Run<4>(), i, compute(Run<4>(), i)); }, one);

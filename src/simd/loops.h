@@ -78,7 +78,8 @@ struct Rest
 };
 
 // A group should fill a 64-byte line of each output (a second line costs up to 1.7 times in L2), and all its results wait in
-// registers to be stored: half of sixteen at most, two of the eight that 32-bit code has.
+// registers to be stored: half of sixteen at most, two of the eight that 32-bit code has. In vectors; wide ones fill as many
+// lines as they are blocks.
 template <class Results>
 constexpr int group_size(int line)
 {
@@ -89,22 +90,26 @@ constexpr int group_size(int line)
     return line;
 }
 
-template <int Block, class Compute, class Put, int... B>
+template <int Block, int Wide, class Compute, class Put, int... B>
 UTILS_SSE_INLINE void map_group(std::ptrdiff_t i, const Compute& compute, const Put& put, std::integer_sequence<int, B...>)
 {
-    decltype(compute(i)) results[sizeof...(B)] = {compute(i + B * Block)...};
-    (put(i + B * Block, results[B]), ...);
+    constexpr Blocks<Wide> run;
+    decltype(compute(run, i)) results[sizeof...(B)] = {compute(run, i + B * Wide * Block)...};
+    (put(i + B * Wide * Block, results[B]), ...);
 }
 
-// compute(i) reads the Block elements from i on and returns results, put(i, results) writes them. Line: how many
-// blocks fill a line of output; 1, 2 or 4.
-template <int Block, int Line, class Compute, class Put, class... Streams>
+// compute(run, i) reads the elements from i on, as many as fill the blocks of `run`, a Blocks<1>, <2> or <4>, of Block
+// elements each, and returns results; put(i, results) writes them. Line: how many blocks fill a line of output; 1, 2 or 4.
+// Widest: how many blocks are computed side by side where registers hold them; fewer for kernels that gain nothing by it.
+template <int Block, int Line, int Widest = UTILS_SSE_MOST_BLOCKS, class Compute, class Put, class... Streams>
 UTILS_SSE_INLINE Rest map_blocks(int n, const Compute& compute, const Put& put, Streams... streams)
 {
-    constexpr int group = group_size<decltype(compute(0))>(Line);
+    constexpr int widest = Widest < UTILS_SSE_MOST_BLOCKS ? Widest : UTILS_SSE_MOST_BLOCKS;
+    constexpr int group = widest * group_size<decltype(compute(Blocks<1>(), 0))>(Line);
     Rest rest{0, n};
     const auto step = [&](auto blocks) UTILS_SSE_LAMBDA {
-        map_group<Block>(rest.i, compute, put, std::make_integer_sequence<int, blocks>());
+        constexpr int wide = blocks() < widest ? blocks() : widest;
+        map_group<Block, wide>(rest.i, compute, put, std::make_integer_sequence<int, blocks() / wide>());
         rest.i += blocks * Block;
         rest.count -= blocks * Block;
     };
@@ -113,12 +118,15 @@ UTILS_SSE_INLINE Rest map_blocks(int n, const Compute& compute, const Put& put, 
             (streams.template hint<group * Block>(rest.i), ...);
             step(std::integral_constant<int, group>());
         } while (rest.count >= group * Block);
-    if constexpr (group == 4)
-        if (rest.count >= 2 * Block)
-            step(std::integral_constant<int, 2>());
-    if constexpr (group > 1)
-        if (rest.count >= Block)
-            step(std::integral_constant<int, 1>());
+    const auto once = [&](auto blocks) UTILS_SSE_LAMBDA {
+        if constexpr (group > blocks())
+            if (rest.count >= blocks * Block)
+                step(blocks);
+    };
+    once(std::integral_constant<int, 8>());
+    once(std::integral_constant<int, 4>());
+    once(std::integral_constant<int, 2>());
+    once(std::integral_constant<int, 1>());
     return rest;
 }
 
@@ -241,8 +249,8 @@ template <class Function, class... Source>
 UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Source*... src)
 {
     const Rest rest = map_blocks<4, 4>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return f(load<f32>(src + i)...); },
-        [=](std::ptrdiff_t i, f32 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src)...);
+        n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return f(run.load(src + i)...); },
+        [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src)...);
     for_up_to_three(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { store(dst + i, f(load<float>(src + i)...)); });
 }
 
@@ -258,12 +266,12 @@ template <class T, class Finish, class... Streams>
 UTILS_SSE_INLINE void map_products(int n, const short* x, const short* a, const short* b, T* outA, T* outB,
                                    const Finish& finish, Streams... streams)
 {
-    using Eight = Both<decltype(finish(i32x2()))>;
-    const auto compute = [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        const i16 common = load<i16>(x + i);
-        return Eight{finish(multiply_exact(common, load<i16>(a + i))), finish(multiply_exact(common, load<i16>(b + i)))};
+    const auto compute = [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        const auto common = run.load(x + i);
+        using Results = decltype(finish(multiply_exact(common, common)));
+        return Both<Results>{finish(multiply_exact(common, run.load(a + i))), finish(multiply_exact(common, run.load(b + i)))};
     };
-    const auto put = [=](std::ptrdiff_t i, const Eight& results) UTILS_SSE_LAMBDA {
+    const auto put = [=](std::ptrdiff_t i, const auto& results) UTILS_SSE_LAMBDA {
         store(outA + i, results.a);
         store(outB + i, results.b);
     };
@@ -279,7 +287,7 @@ UTILS_SSE_INLINE void map_products(int n, const short* x, const short* a, const 
     const Rest rest = map_blocks<8, 2>(n, compute, put, streams...);
     if (n >= 8) {
         if (rest.count > 0)
-            put(rest.i + rest.count - 8, compute(rest.i + rest.count - 8));
+            put(rest.i + rest.count - 8, compute(Blocks<1>(), rest.i + rest.count - 8));
     } else if (n >= 4) {
         four(0);
         four(rest.count - 4);

@@ -133,6 +133,12 @@ struct I16x2
     static UTILS_SSE_INLINE void store(short* p, I16x2 x) { store_in_turn(p, x.low.v, x.high.v); }
 };
 
+template <int N>
+UTILS_SSE_INLINE I16x2<N> in_turn(I16<N> low, I16<N> high)
+{
+    return {low, high};
+}
+
 // One block.
 using f32 = F32<1>;
 using i32 = I32<1>;

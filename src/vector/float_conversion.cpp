@@ -7,8 +7,8 @@ using namespace simd;
 void CUtils_SSE::ApplyGain(const float* x, const float* gain, int* dst, int n)
 {
     const Rest rest = map_blocks<4, 4>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return round_to_int(load<f32>(x + i) * load<f32>(gain + i)); },
-        [=](std::ptrdiff_t i, i32 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(x), ahead<64>(gain));
+        n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return round_to_int(run.load(x + i) * run.load(gain + i)); },
+        [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(x), ahead<64>(gain));
     // Body rounds to nearest even, tail truncates.
     for_up_to_three(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         store(dst + i, truncate_to_int(load<float>(x + i) * load<float>(gain + i)));
@@ -18,8 +18,10 @@ void CUtils_SSE::ApplyGain(const float* x, const float* gain, int* dst, int n)
 void CUtils_SSE::ShortToFloat(float* dst, const short* src, const float* gain, int n)
 {
     const Rest rest = map_blocks<8, 2>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return to_float(widen(load<i16>(src + i))) * load<f32x2>(gain + i); },
-        [=](std::ptrdiff_t i, f32x2 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src), ahead<64>(gain));
+        n,
+        [=](auto run, std::ptrdiff_t i)
+            UTILS_SSE_LAMBDA { return to_float(widen(run.load(src + i))) * run.load_two(gain + i); },
+        [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src), ahead<64>(gain));
     for_rest(
         rest,
         [=](std::ptrdiff_t i)
@@ -30,14 +32,17 @@ void CUtils_SSE::ShortToFloat(float* dst, const short* src, const float* gain, i
 void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, float scale, int n)
 {
     const f32 factor = broadcast<f32>(scale);
-    const auto eight = [=](const float* p) UTILS_SSE_LAMBDA {
-        const i32 low = round_to_int(load<f32>(p) * factor);
-        const i32 high = round_to_int(load<f32>(p + 4) * factor);
-        return absolute_wrap(narrow_saturate(low, high));
-    };
     const Rest rest = map_blocks<16, 4>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return narrow_saturate(eight(src + i), eight(src + i + 8)); },
-        [=](std::ptrdiff_t i, u8 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src));
+        n,
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            constexpr int lanes = run.count * 4;
+            const auto number = [=](std::ptrdiff_t k)
+                                    UTILS_SSE_LAMBDA { return round_to_int(run.load(src + k) * run.broadcast(scale)); };
+            const auto half = [=](std::ptrdiff_t k)
+                                  UTILS_SSE_LAMBDA { return absolute_wrap(narrow_in_order(number(k), number(k + lanes))); };
+            return narrow_in_order(half(i), half(i + 2 * lanes));
+        },
+        [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src));
     // Body rounds and saturates to 16 bits before the absolute value, tail truncates and keeps 32 bits. The tail goes four at
     // a time where it can: saturating twice makes of a magnitude what its two comparisons make of it.
     for_rest(

@@ -19,14 +19,14 @@ void CUtils_SSE::Average2(short* dst, const short* a, const short* b, int n)
     using Four = Part<i16, 8>;
     const Rest rest = map_blocks<8, 4>(
         n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             // The shift of the sum is a logical one, on purpose: every negative sum becomes more than 16 bits hold, and
             // saturates. Seen from 32767 down, those are the distances beyond 32767, which read as negative.
-            const i16 largest = broadcast_short(32767);
-            const i16 distance = bit_xor(average_down(load<i16>(a + i), load<i16>(b + i)), largest);
-            return bit_xor(maximum(distance, zero<i16>()), largest);
+            const auto largest = run.broadcast(short{32767});
+            const auto distance = bit_xor(average_down(run.load(a + i), run.load(b + i)), largest);
+            return bit_xor(maximum(distance, run.broadcast(short{0})), largest);
         },
-        [=](std::ptrdiff_t i, i16 result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<1024>(a), ahead<1024>(b));
+        [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<1024>(a), ahead<1024>(b));
     // The tail truncates towards zero; negative means stay negative.
     for_rest(
         rest,
