@@ -1,6 +1,9 @@
 // Times every operation of the table at short lengths and in L1, L2 and memory: the library, the plain loops of each
 // compiler, and the library with prefetch the other way round. Results are compared before anything is timed.
 #include "operations.h"
+#if defined(UTILS_SSE_BUILD_V3)
+#include "other_build.h"
+#endif
 
 #include <benchmark/benchmark.h>
 
@@ -249,17 +252,25 @@ bool takes_not_too_long(const Operation& op, operations::AnyFunction function, c
 
 int main(int argc, char** argv)
 {
-    const Candidate candidates[] = {
+    std::vector<Candidate> candidates = {
         {"utils_sse", nullptr},
 #define UTILS_SSE_PLAIN(maker) {#maker, operations::plain_##maker##_functions},
 #include "plain_makers.inc"
 #undef UTILS_SSE_PLAIN
 #if UTILS_SSE_PREFETCH
         {"without_prefetch", operations::other_prefetch_functions}
-    };
 #else
         {"with_prefetch", operations::other_prefetch_functions}
+#endif
     };
+#if defined(UTILS_SSE_BUILD_V3)
+    std::vector<operations::AnyFunction> v3, v4;
+    const auto add_build = [&](const char* level, const char* path, std::vector<operations::AnyFunction>& functions) {
+        if (operations::machine_runs(level) && !(functions = operations::functions_of_build(path)).empty())
+            candidates.push_back({level, functions.data()});
+    };
+    add_build("v3", UTILS_SSE_BUILD_V3, v3);
+    add_build("v4", UTILS_SSE_BUILD_V4, v4);
 #endif
 
     bool all_agree = true;
