@@ -12,7 +12,7 @@ foreach(level IN LISTS utils_sse_wider_levels)
   add_library(utils_sse_${level} SHARED ${utils_sse_sources})
   utils_sse_library(utils_sse_${level})
   # GCC 12 warns of its own intrinsics for 512 bits.
-  target_compile_options(utils_sse_${level} PRIVATE -march=x86-64-${level} $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+  target_compile_options(utils_sse_${level} PRIVATE -march=x86-64-${level} $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized>)
   set_target_properties(utils_sse_${level} PROPERTIES
     OUTPUT_NAME utils_sse
     LIBRARY_OUTPUT_DIRECTORY ${utils_sse_wider_dir}/glibc-hwcaps/x86-64-${level})

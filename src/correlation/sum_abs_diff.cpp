@@ -8,7 +8,7 @@ namespace {
 
 // The sum over the lowest pixels of both segments, which are as many as a part has. SSE2 has the instruction for it.
 template <class Pixels>
-UTILS_SSE_INLINE i64 sum_of_part(const unsigned char* a, const unsigned char* b)
+UTILS_SSE_INLINE auto sum_of_part(const unsigned char* a, const unsigned char* b)
 {
     return even_to_64(sum_absolute_differences(Pixels::load(a), Pixels::load(b)));
 }
@@ -39,19 +39,24 @@ float CUtils_SSE::SumAbsDiff(const float* a, const float* b, int n)
 
 long long CUtils_SSE::SumAbsDiff(const unsigned char* a, const unsigned char* b, int n)
 {
-    using Block = Part<u8, 16>;
-    i64 sums[4] = {zero<i64>(), zero<i64>(), zero<i64>(), zero<i64>()};
-    Rest rest = read_blocks<64, 1>(
+    constexpr int step = UTILS_SSE_MOST_BLOCKS * 16;
+    using Step = Part<u8, step>;
+    using Sum = I64<UTILS_SSE_MOST_BLOCKS>;
+    Sum sums[4] = {zero<Sum>(), zero<Sum>(), zero<Sum>(), zero<Sum>()};
+    Rest rest = read_blocks<4 * step, 1>(
         n,
         [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             repeat<4>([&](auto k) UTILS_SSE_LAMBDA {
-                sums[k] = add_wrap(sums[k], sum_of_part<Block>(a + i + k * 16, b + i + k * 16));
+                sums[k] = add_wrap(sums[k], sum_of_part<Step>(a + i + k * step, b + i + k * step));
             });
         },
         ahead<64>(a), ahead<64>(b));
-    i64 sum = add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3]));
+    if constexpr (step > 16)
+        for (; rest.count >= step; rest.count -= step, rest.i += step)
+            sums[0] = add_wrap(sums[0], sum_of_part<Step>(a + rest.i, b + rest.i));
+    i64 sum = add_blocks_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3])));
     for (; rest.count >= 16; rest.count -= 16, rest.i += 16)
-        sum = add_wrap(sum, sum_of_part<Block>(a + rest.i, b + rest.i));
+        sum = add_wrap(sum, sum_of_part<Part<u8, 16>>(a + rest.i, b + rest.i));
     sum_rest<8>(sum, rest, a, b);
     return fold_wrap(sum);
 }

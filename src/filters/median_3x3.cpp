@@ -55,21 +55,21 @@ constexpr int kShortRow = 3;
 template <class V, class Handle, class... Streams>
 UTILS_SSE_INLINE void for_runs(int n, const Handle& handle, Streams... streams)
 {
-    constexpr std::integral_constant<int, V::lanes> whole;
-    if (n < V::lanes) {
-        cover<V::lanes / 2>(Rest{0, n}, handle);
+    constexpr std::integral_constant<int, UTILS_SSE_MOST_BLOCKS * V::lanes> whole;
+    if (n < whole) {
+        cover<whole / 2>(Rest{0, n}, handle);
         return;
     }
-    constexpr std::ptrdiff_t group = 4 * V::lanes;
+    constexpr std::ptrdiff_t group = 4 * whole;
     std::ptrdiff_t i = 0;
     for (; n - i >= group; i += group) {
-        (streams.template hint<4 * V::lanes>(i), ...);
-        repeat<4>([&](auto k) UTILS_SSE_LAMBDA { handle(whole, i + k() * V::lanes); });
+        (streams.template hint<4 * whole>(i), ...);
+        repeat<4>([&](auto k) UTILS_SSE_LAMBDA { handle(whole, i + k() * whole()); });
     }
-    for (; n - i >= V::lanes; i += V::lanes)
+    for (; n - i >= whole; i += whole)
         handle(whole, i);
     if (i < n)
-        handle(whole, n - V::lanes);
+        handle(whole, n - whole);
 }
 
 // `count` results of one row from *dst on, the first for the window whose upper left pixel is *src.
@@ -91,7 +91,7 @@ void filter_row(SortedColumns<T>& columns, T* dst, const T* src, std::ptrdiff_t 
         count + 2,
         [&](auto lanes, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             using Run = Part<V, lanes() * static_cast<int>(sizeof(T))>;
-            const Column<V> column = sorted_here(Run(), i);
+            const Column<typename Run::Vector> column = sorted_here(Run(), i);
             Run::store(columns.low + i, column.low);
             Run::store(columns.middle + i, column.middle);
             Run::store(columns.high + i, column.high);
@@ -100,7 +100,8 @@ void filter_row(SortedColumns<T>& columns, T* dst, const T* src, std::ptrdiff_t 
     for_runs<V>(count, [&](auto lanes, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         using Run = Part<V, lanes() * static_cast<int>(sizeof(T))>;
         const auto column = [&](std::ptrdiff_t k) UTILS_SSE_LAMBDA {
-            return Column<V>{Run::load(columns.low + k), Run::load(columns.middle + k), Run::load(columns.high + k)};
+            return Column<typename Run::Vector>{Run::load(columns.low + k), Run::load(columns.middle + k),
+                                                Run::load(columns.high + k)};
         };
         Run::store(dst + i, median_of_columns(column(i), column(i + 1), column(i + 2)));
     });

@@ -24,6 +24,7 @@ template <class V>
 struct Triple
 {
     V a, b, c;
+    UTILS_SSE_INLINE Pair<V> second_pair() const { return {b, c}; }
 };
 
 // What the output lines are made of.
@@ -34,17 +35,20 @@ constexpr auto kQuarter = [](const auto& x) UTILS_SSE_LAMBDA { return average_do
 constexpr auto kHalf = [](const auto& x) UTILS_SSE_LAMBDA { return average_down(x.a, x.b); };
 constexpr auto kThreeQuarters = [](const auto& x) UTILS_SSE_LAMBDA { return average_down(x.b, average_down(x.a, x.b)); };
 
-template <class V, class T>
+template <class T>
 UTILS_SSE_INLINE auto two_lines(const T* a, std::ptrdiff_t width)
 {
-    return [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return Pair<V>{part.load(a + i), part.load(a + width + i)}; };
+    return [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        return Pair<typename decltype(part)::Vector>{part.load(a + i), part.load(a + width + i)};
+    };
 }
 
-template <class V, class T>
+template <class T>
 UTILS_SSE_INLINE auto three_lines(const T* a, std::ptrdiff_t width)
 {
     return [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        return Triple<V>{part.load(a + i), part.load(a + width + i), part.load(a + 2 * width + i)};
+        return Triple<typename decltype(part)::Vector>{part.load(a + i), part.load(a + width + i),
+                                                       part.load(a + 2 * width + i)};
     };
 }
 
@@ -54,7 +58,7 @@ UTILS_SSE_INLINE void copy_long(T* dst, const T* src, std::ptrdiff_t n)
     std::memcpy(dst, src, static_cast<std::size_t>(n) * sizeof *dst);
 }
 
-template <class V, class T>
+template <class T>
 UTILS_SSE_INLINE auto one_line(const T* a)
 {
     return [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return part.load(a + i); };
@@ -64,7 +68,7 @@ template <class V, class T, class... Copies>
 UTILS_SSE_INLINE void copy_to_all(std::ptrdiff_t n, const T* a, Copies... copies)
 {
     if (n < kLongRun<V>)
-        map_together<V>(n, one_line<V>(a), output(copies, kItself)...);
+        map_together<V>(n, one_line(a), output(copies, kItself)...);
     else
         (copy_long(copies, a, n), ...);
 }
@@ -98,7 +102,7 @@ template <class V, class T>
 UTILS_SSE_INLINE T* interpolate2(T* dst, const T* src, int lines, std::ptrdiff_t width)
 {
     for_passes<2>(dst, src, lines - 1, width, [=](T* out, const T* a, std::ptrdiff_t, std::ptrdiff_t count) UTILS_SSE_LAMBDA {
-        copy_and_interpolate<V>(out, a, count, two_lines<V>(a, width), output(out + width, kHalf));
+        copy_and_interpolate<V>(out, a, count, two_lines(a, width), output(out + width, kHalf));
     });
     return dst + (lines - std::ptrdiff_t{1}) * 2 * width;
 }
@@ -110,18 +114,18 @@ UTILS_SSE_INLINE T* interpolate2(T* dst, const T* src, int lines, std::ptrdiff_t
 // runs into it. Here each pixel is computed once, as it ends up; nothing outside the frames is touched.
 UTILS_SSE_APART void interpolate4_running_on(unsigned char* dst, const unsigned char* src, int passes, std::ptrdiff_t width)
 {
-    const auto near_next = [](const Triple<u8>& x) UTILS_SSE_LAMBDA { return kQuarter(Pair<u8>{x.b, x.c}); };
-    const auto middle_next = [](const Triple<u8>& x) UTILS_SSE_LAMBDA { return kHalf(Pair<u8>{x.b, x.c}); };
+    const auto near_next = [](const auto& x) UTILS_SSE_LAMBDA { return kQuarter(x.second_pair()); };
+    const auto middle_next = [](const auto& x) UTILS_SSE_LAMBDA { return kHalf(x.second_pair()); };
     const std::ptrdiff_t ahead_columns = width < 16 ? 0 : width / 8 * 16 - width;
     for_passes<4>(dst, src, passes, width,
                   [=](unsigned char* out, const unsigned char* a, std::ptrdiff_t column, std::ptrdiff_t count)
                       UTILS_SSE_LAMBDA {
                           const std::ptrdiff_t next = std::clamp(ahead_columns - column, std::ptrdiff_t{0}, count);
-                          copy_and_interpolate<u8>(out, a, next, three_lines<u8>(a, width), output(out + width, kQuarter),
+                          copy_and_interpolate<u8>(out, a, next, three_lines(a, width), output(out + width, kQuarter),
                                                    output(out + 2 * width, near_next), output(out + 3 * width, middle_next));
                           out += next;
                           a += next;
-                          copy_and_interpolate<u8>(out, a, count - next, two_lines<u8>(a, width), output(out + width, kQuarter),
+                          copy_and_interpolate<u8>(out, a, count - next, two_lines(a, width), output(out + width, kQuarter),
                                                    output(out + 2 * width, kHalf), output(out + 3 * width, kThreeQuarters));
                       });
 }
@@ -135,7 +139,7 @@ void CUtils_SSE::Interpolate2(short* dst, const short* src, int lines, int n)
     short* const out = interpolate2<i16>(dst, src, lines, n);
     const short* const last = src + (lines - std::ptrdiff_t{1}) * n;
     if (n < kLongRun<i16>)
-        map_together<i16>(n, one_line<i16>(last), output(out, kItself), output(out + n, kZero));
+        map_together<i16>(n, one_line(last), output(out, kItself), output(out + n, kZero));
     else {
         copy_long(out, last, n);
         std::memset(out + n, 0, static_cast<std::size_t>(n) * sizeof *out);
@@ -152,7 +156,7 @@ void CUtils_SSE::Interpolate4(short* dst, const short* src, int lines, int n)
                       // As many bytes of the line as it has samples, on purpose.
                       copy_to_all<u8>(std::min(width - 2 * column, 2 * count), reinterpret_cast<const unsigned char*>(a),
                                       reinterpret_cast<unsigned char*>(out));
-                      map_streams<i16>(count, two_lines<i16>(a, width), output(out + width, kQuarter),
+                      map_streams<i16>(count, two_lines(a, width), output(out + width, kQuarter),
                                        output(out + 2 * width, kHalf), output(out + 3 * width, kThreeQuarters));
                   });
     short* const out = dst + (lines - std::ptrdiff_t{1}) * 4 * width;

@@ -84,6 +84,37 @@ UTILS_SSE_INLINE I16<N> widen_odd(U8<N> x)
     return {mm::srli_epi16<8>(x.v)};
 }
 
+// Four neighbouring bytes, as they lie in memory, are a four. deal_fours() gives the fours of N blocks to these in turn: the
+// first N of them become the first of each block. collect_fours() puts them back.
+UTILS_SSE_INLINE u8 deal_fours(u8 x)
+{
+    return x;
+}
+UTILS_SSE_INLINE u8 collect_fours(u8 x)
+{
+    return x;
+}
+#if UTILS_SSE_MOST_BLOCKS >= 2
+UTILS_SSE_INLINE U8<2> deal_fours(U8<2> x)
+{
+    return {_mm256_permutevar8x32_epi32(x.v, _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7))};
+}
+UTILS_SSE_INLINE U8<2> collect_fours(U8<2> x)
+{
+    return {_mm256_permutevar8x32_epi32(x.v, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7))};
+}
+#endif
+#if UTILS_SSE_MOST_BLOCKS >= 4
+UTILS_SSE_INLINE U8<4> deal_fours(U8<4> x)
+{
+    return {_mm512_permutexvar_epi32(_mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15), x.v)};
+}
+UTILS_SSE_INLINE U8<4> collect_fours(U8<4> x) // rows and columns of four by four: the same again
+{
+    return deal_fours(x);
+}
+#endif
+
 // (x + y + 1) >> 1
 template <int N>
 UTILS_SSE_INLINE U8<N> average_up(U8<N> x, U8<N> y)

@@ -176,6 +176,12 @@ UTILS_SSE_INLINE F32x2<N> operator*(F32x2<N> x, F32x2<N> y)
     return {x.low * y.low, x.high * y.high};
 }
 
+template <int N>
+UTILS_SSE_INLINE InOrder<F32<N>> operator*(InOrder<F32<N>> x, InOrder<F32<N>> y)
+{
+    return {x.first * y.first, x.second * y.second};
+}
+
 // broadcast<V>(x): x in every lane; x itself when V is float. Do it before the loop.
 template <class V>
 UTILS_SSE_INLINE V broadcast(float x)
@@ -195,6 +201,11 @@ template <int N>
 UTILS_SSE_INLINE F32x2<N> operator-(F32x2<N> x, F32x2<N> y)
 {
     return {x.low - y.low, x.high - y.high};
+}
+template <int N>
+UTILS_SSE_INLINE F32x2<N> bit_and(F32x2<N> x, F32x2<N> y)
+{
+    return {bit_and(x.low, y.low), bit_and(x.high, y.high)};
 }
 UTILS_SSE_INLINE f32x2 broadcast_twice(float x)
 {
@@ -349,6 +360,11 @@ template <int N>
 UTILS_SSE_INLINE F32x2<N> to_float(I32x2<N> x)
 {
     return {to_float(x.low), to_float(x.high)};
+}
+template <int N>
+UTILS_SSE_INLINE InOrder<F32<N>> to_float(InOrder<I32<N>> x)
+{
+    return {to_float(x.first), to_float(x.second)};
 }
 UTILS_SSE_INLINE float to_float(int x)
 {

@@ -236,6 +236,35 @@ UTILS_SSE_INLINE i32 broadcast_int(int x)
 {
     return i32::broadcast(x);
 }
+// The blocks added, lane by lane; sums wrap.
+UTILS_SSE_INLINE i32 add_blocks_wrap(i32 x)
+{
+    return x;
+}
+UTILS_SSE_INLINE i64 add_blocks_wrap(i64 x)
+{
+    return x;
+}
+#if UTILS_SSE_MOST_BLOCKS >= 2
+UTILS_SSE_INLINE i32 add_blocks_wrap(I32<2> x)
+{
+    return add_wrap(i32{_mm256_castsi256_si128(x.v)}, i32{_mm256_extracti128_si256(x.v, 1)});
+}
+UTILS_SSE_INLINE i64 add_blocks_wrap(I64<2> x)
+{
+    return {_mm_add_epi64(_mm256_castsi256_si128(x.v), _mm256_extracti128_si256(x.v, 1))};
+}
+#endif
+#if UTILS_SSE_MOST_BLOCKS >= 4
+UTILS_SSE_INLINE i32 add_blocks_wrap(I32<4> x)
+{
+    return add_blocks_wrap(add_wrap(I32<2>{_mm512_castsi512_si256(x.v)}, I32<2>{_mm512_extracti64x4_epi64(x.v, 1)}));
+}
+UTILS_SSE_INLINE i64 add_blocks_wrap(I64<4> x)
+{
+    return add_blocks_wrap(I64<2>{_mm256_add_epi64(_mm512_castsi512_si256(x.v), _mm512_extracti64x4_epi64(x.v, 1))});
+}
+#endif
 // The sum of all lanes; wraps.
 UTILS_SSE_INLINE int fold_wrap(i32 x)
 {

@@ -123,9 +123,12 @@ UTILS_SSE_INLINE Rest map_blocks(int n, const Compute& compute, const Put& put, 
             if (rest.count >= blocks * Block)
                 step(blocks);
     };
-    once(std::integral_constant<int, 8>());
-    once(std::integral_constant<int, 4>());
-    once(std::integral_constant<int, 2>());
+    if constexpr (group > 2)
+        if (rest.count >= 2 * Block) { // one question for short calls, not three
+            once(std::integral_constant<int, 8>());
+            once(std::integral_constant<int, 4>());
+            once(std::integral_constant<int, 2>());
+        }
     once(std::integral_constant<int, 1>());
     return rest;
 }
@@ -360,11 +363,13 @@ UTILS_SSE_INLINE void map_short_run(std::ptrdiff_t n, const Load& load, const Ou
 template <class V, class Load, class... Outputs>
 UTILS_SSE_INLINE void map_together(std::ptrdiff_t n, const Load& load, const Outputs&... outputs)
 {
-    using Whole = Part<V, 16>;
-    constexpr int group = sizeof(void*) == 8 ? 4 : 1; // 32-bit code has registers for one block
-    constexpr std::ptrdiff_t block = V::lanes;
+    constexpr int whole_bytes = 16 * UTILS_SSE_MOST_BLOCKS;
+    using Whole = Part<V, whole_bytes>;
+    // 32-bit code has registers for one vector; those of four blocks fill a line each.
+    constexpr int group = sizeof(void*) == 8 && UTILS_SSE_MOST_BLOCKS < 4 ? 4 : 1;
+    constexpr std::ptrdiff_t block = Whole::elements;
     if (n < block) {
-        map_short_run<V, 8>(n, load, outputs...);
+        map_short_run<V, whole_bytes / 2>(n, load, outputs...);
         return;
     }
     std::ptrdiff_t i = 0;

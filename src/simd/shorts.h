@@ -14,6 +14,24 @@ UTILS_SSE_INLINE I32x2<N> widen(I16<N> x)
     return {{mm::unpacklo_epi16(x.v, sign)}, {mm::unpackhi_epi16(x.v, sign)}};
 }
 
+// The samples from p on, twice as many as an I32<N> has, sign-extended.
+template <int N>
+UTILS_SSE_INLINE InOrder<I32<N>> load_widened(Blocks<N> run, const short* p)
+{
+    if constexpr (N == 1) {
+        const i32x2 x = widen(run.load(p));
+        return {x.low, x.high};
+    }
+#if UTILS_SSE_MOST_BLOCKS >= 2
+    if constexpr (N == 2)
+        return {{_mm256_cvtepi16_epi32(i16::load(p).v)}, {_mm256_cvtepi16_epi32(i16::load(p + 8).v)}};
+#endif
+#if UTILS_SSE_MOST_BLOCKS >= 4
+    if constexpr (N == 4)
+        return {{_mm512_cvtepi16_epi32(I16<2>::load(p).v)}, {_mm512_cvtepi16_epi32(I16<2>::load(p + 16).v)}};
+#endif
+}
+
 // Exact 32-bit products of 16-bit values.
 template <int N>
 UTILS_SSE_INLINE I32x2<N> multiply_exact(I16<N> x, I16<N> y)

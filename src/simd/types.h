@@ -133,8 +133,29 @@ struct I16x2
     static UTILS_SSE_INLINE void store(short* p, I16x2 x) { store_in_turn(p, x.low.v, x.high.v); }
 };
 
+// Two vectors that follow each other in memory.
+template <class V>
+struct InOrder
+{
+    using element = typename V::element;
+    V first, second;
+
+    static UTILS_SSE_INLINE InOrder load(const element* p) { return {V::load(p), V::load(p + V::blocks * V::lanes)}; }
+    static UTILS_SSE_INLINE void store(element* p, InOrder x)
+    {
+        V::store(p, x.first);
+        V::store(p + V::blocks * V::lanes, x.second);
+    }
+};
+
 template <int N>
 UTILS_SSE_INLINE I16x2<N> in_turn(I16<N> low, I16<N> high)
+{
+    return {low, high};
+}
+
+template <int N>
+UTILS_SSE_INLINE F32x2<N> in_turn(F32<N> low, F32<N> high)
 {
     return {low, high};
 }
@@ -222,6 +243,12 @@ struct Blocks
     {
         return VectorOf<T, N>::twice::load(p);
     }
+    // Two vectors that follow each other.
+    template <class T>
+    static UTILS_SSE_INLINE auto load_in_order(const T* p)
+    {
+        return InOrder<typename VectorOf<T, N>::type>::load(p);
+    }
     template <class T, class V>
     static UTILS_SSE_INLINE void store(T* p, V x)
     {
@@ -305,54 +332,57 @@ UTILS_SSE_INLINE const T* in_memory(const T* p)
     return p;
 }
 
-// The lowest `Bytes` bytes of a V; load and store move exactly these, the other lanes of a loaded vector are zero.
+// The lowest `Bytes` bytes of a vector with V's elements; load and store move exactly these, the other lanes of a loaded
+// vector are zero. From 16 bytes on they are all the lanes of one, two or four blocks.
 template <class V, int Bytes>
 struct Part
 {
     using T = typename V::element;
     static constexpr int elements = Bytes / static_cast<int>(sizeof(T));
+    static constexpr int blocks = Bytes > 16 ? Bytes / 16 : 1;
+    using Vector = typename VectorOf<T, blocks>::type;
 
-    static UTILS_SSE_INLINE V load(const T* p)
+    static UTILS_SSE_INLINE Vector load(const T* p)
     {
-        if constexpr (Bytes == 16)
-            return Memory<V>::load(p);
-        else if constexpr (Bytes == 8)
-            return {_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))};
-        else if constexpr (Bytes == 4)
-            return {_mm_cvtsi32_si128(ElementMemory<std::int32_t>::load(p))};
-        else if constexpr (Bytes == 2)
-            return {_mm_cvtsi32_si128(ElementMemory<std::uint16_t>::load(p))};
+        if constexpr (Bytes >= 16)
+            return Vector::load(p);
+        else if constexpr (std::is_same<T, float>::value)
+            return {_mm_castsi128_ps(low_bytes(p))};
         else
-            return {_mm_cvtsi32_si128(ElementMemory<std::uint8_t>::load(p))};
+            return {low_bytes(p)};
     }
-    static UTILS_SSE_INLINE void store(T* p, V x)
+    static UTILS_SSE_INLINE void store(T* p, Vector x)
     {
-        if constexpr (Bytes == 16)
-            Memory<V>::store(p, x);
-        else if constexpr (Bytes == 8)
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(p), x.v);
-        else if constexpr (Bytes == 4)
-            ElementMemory<std::int32_t>::store(p, _mm_cvtsi128_si32(x.v));
-        else if constexpr (Bytes == 2)
-            ElementMemory<std::uint16_t>::store(p, static_cast<std::uint16_t>(_mm_cvtsi128_si32(x.v)));
+        if constexpr (Bytes >= 16)
+            Vector::store(p, x);
+        else if constexpr (std::is_same<T, float>::value)
+            store_low_bytes(p, _mm_castps_si128(x.v));
         else
-            ElementMemory<std::uint8_t>::store(p, static_cast<std::uint8_t>(_mm_cvtsi128_si32(x.v)));
+            store_low_bytes(p, x.v);
     }
-};
 
-template <int Bytes>
-struct Part<f32, Bytes>
-{
-    using T = float;
-    static constexpr int elements = Bytes / 4;
-
-    static UTILS_SSE_INLINE f32 load(const float* p)
+private:
+    static UTILS_SSE_INLINE __m128i low_bytes(const T* p)
     {
-        return {_mm_castsi128_ps(Part<i32, Bytes>::load(reinterpret_cast<const int*>(p)).v)};
+        if constexpr (Bytes == 8)
+            return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+        else if constexpr (Bytes == 4)
+            return _mm_cvtsi32_si128(ElementMemory<std::int32_t>::load(p));
+        else if constexpr (Bytes == 2)
+            return _mm_cvtsi32_si128(ElementMemory<std::uint16_t>::load(p));
+        else
+            return _mm_cvtsi32_si128(ElementMemory<std::uint8_t>::load(p));
     }
-    static UTILS_SSE_INLINE void store(float* p, f32 x)
+    static UTILS_SSE_INLINE void store_low_bytes(T* p, __m128i x)
     {
-        Part<i32, Bytes>::store(reinterpret_cast<int*>(p), i32{_mm_castps_si128(x.v)});
+        if constexpr (Bytes == 8)
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(p), x);
+        else if constexpr (Bytes == 4)
+            ElementMemory<std::int32_t>::store(p, _mm_cvtsi128_si32(x));
+        else if constexpr (Bytes == 2)
+            ElementMemory<std::uint16_t>::store(p, static_cast<std::uint16_t>(_mm_cvtsi128_si32(x)));
+        else
+            ElementMemory<std::uint8_t>::store(p, static_cast<std::uint8_t>(_mm_cvtsi128_si32(x)));
     }
 };
 

@@ -20,7 +20,7 @@ void CUtils_SSE::ShortToFloat(float* dst, const short* src, const float* gain, i
     const Rest rest = map_blocks<8, 2>(
         n,
         [=](auto run, std::ptrdiff_t i)
-            UTILS_SSE_LAMBDA { return to_float(widen(run.load(src + i))) * run.load_two(gain + i); },
+            UTILS_SSE_LAMBDA { return to_float(load_widened(run, src + i)) * run.load_in_order(gain + i); },
         [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); }, ahead<64>(src), ahead<64>(gain));
     for_rest(
         rest,

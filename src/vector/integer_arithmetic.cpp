@@ -42,39 +42,33 @@ namespace {
 
 constexpr float kBothAtLimits = 32767 >> 5; // 1023
 
-// `Blocks` blocks of saturated sums and their flags; all loads come before all stores, and each line is filled without a
-// break. dst may be a or b.
-template <int Blocks>
-UTILS_SSE_INLINE void add_blocks(short* dst, float* flags, const short* a, const short* b)
+template <class V>
+struct Saturated
 {
-    i16 sum[Blocks];
-    i16 mask[Blocks];
-    repeat<Blocks>([&](auto k) UTILS_SSE_LAMBDA {
-        const i16 x = load<i16>(a + k * 8);
-        const i16 y = load<i16>(b + k * 8);
-        sum[k] = add_saturate(x, y);
-        mask[k] = both_at_limits(x, y);
-    });
-    repeat<Blocks>([&](auto k) UTILS_SSE_LAMBDA { store(dst + k * 8, sum[k]); });
-    repeat<Blocks>([&](auto k) UTILS_SSE_LAMBDA {
-        const f32 flag = broadcast<f32>(kBothAtLimits);
-        store(flags + k * 8, bit_and(as_floats(interleave_low(mask[k], mask[k])), flag));
-        store(flags + k * 8 + 4, bit_and(as_floats(interleave_high(mask[k], mask[k])), flag));
-    });
-}
+    V sum, mask;
+};
 
 } // namespace
 
 void CUtils_SSE::AddSaturate(short* dst, float* flags, const short* a, const short* b, int n)
 {
     using Four = Part<i16, 8>;
-    constexpr int group = sizeof(void*) == 8 ? 4 : 1; // 32-bit code has registers for one
-    Rest rest = read_blocks<group * 8, 1>(
-        n, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { add_blocks<group>(dst + i, flags + i, a + i, b + i); }, ahead<1024>(a),
-        ahead<1024>(b));
-    if constexpr (group > 1)
-        for (; rest.count >= 8; rest.count -= 8, rest.i += 8)
-            add_blocks<1>(dst + rest.i, flags + rest.i, a + rest.i, b + rest.i);
+    const Rest rest = map_blocks<8, 4>(
+        n,
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const auto x = run.load(a + i);
+            const auto y = run.load(b + i);
+            using V = std::remove_const_t<decltype(x)>;
+            return Saturated<V>{add_saturate(x, y), both_at_limits(x, y)};
+        },
+        [=](std::ptrdiff_t i, const auto& result) UTILS_SSE_LAMBDA {
+            const auto mask = result.mask;
+            using Flags = decltype(in_turn(as_floats(mask), as_floats(mask)));
+            store(dst + i, result.sum);
+            store(flags + i, bit_and(in_turn(as_floats(interleave_low(mask, mask)), as_floats(interleave_high(mask, mask))),
+                                     Flags::broadcast(kBothAtLimits)));
+        },
+        ahead<1024>(a), ahead<1024>(b));
     for_rest(
         rest,
         [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {

@@ -6,18 +6,25 @@ using namespace simd;
 
 namespace {
 
-// The sum of block(i) over whole blocks, which wraps. Integers may be added in any order, so four sums run side by side.
+// The sum of values(run, i), which wraps, over whole blocks. Integers may be added in any order, so four sums run side by side.
 template <int Block, class Values>
-UTILS_SSE_INLINE Rest sum_blocks(int n, int& sum, const Values& block)
+UTILS_SSE_INLINE Rest sum_blocks(int n, int& sum, const Values& values)
 {
-    i32 sums[4] = {zero<i32>(), zero<i32>(), zero<i32>(), zero<i32>()};
+    constexpr Blocks<UTILS_SSE_MOST_BLOCKS> wide;
+    constexpr int step = wide.count * Block;
+    using Sum = I32<wide.count>;
+    Sum sums[4] = {zero<Sum>(), zero<Sum>(), zero<Sum>(), zero<Sum>()};
     const auto add = [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sums[k] = in_order(add_wrap(sums[k], block(i + k * Block))); });
+        repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sums[k] = in_order(add_wrap(sums[k], values(wide, i + k * step))); });
     };
-    Rest rest = read_blocks<8 * Block, 1>(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { add(i), add(i + 4 * Block); });
+    Rest rest = read_blocks<8 * step, 1>(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { add(i), add(i + 4 * step); });
+    if constexpr (wide.count > 1)
+        for (; rest.count >= step; rest.count -= step, rest.i += step)
+            sums[0] = add_wrap(sums[0], values(wide, rest.i));
+    i32 blocks = add_blocks_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3])));
     for (; rest.count >= Block; rest.count -= Block, rest.i += Block)
-        sums[0] = add_wrap(sums[0], block(rest.i));
-    sum = fold_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3])));
+        blocks = add_wrap(blocks, values(Blocks<1>(), rest.i));
+    sum = fold_wrap(blocks);
     return rest;
 }
 
@@ -54,7 +61,7 @@ float CUtils_SSE::DotProduct(const short* a, const short* b, int n)
 float CUtils_SSE::SumProduct(const int* a, int n)
 {
     int whole = 0;
-    const Rest rest = sum_blocks<4>(n, whole, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return load<i32>(a + i); });
+    const Rest rest = sum_blocks<4>(n, whole, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return run.load(a + i); });
     float sum = to_float(whole);
     for_up_to_three(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(a[i]); });
     return sum / divisor(n) * 0.00390625f; // 1 / 256
@@ -63,8 +70,9 @@ float CUtils_SSE::SumProduct(const int* a, int n)
 float CUtils_SSE::SumProduct2(const short* a, int n)
 {
     int whole = 0;
-    const Rest rest = sum_blocks<8>(
-        n, whole, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { return multiply_add_pairs(load<i16>(a + i), broadcast_short(1)); });
+    const Rest rest = sum_blocks<8>(n, whole, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        return multiply_add_pairs(run.load(a + i), run.broadcast(short{1}));
+    });
     float sum = to_float(whole);
     for_rest(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(a[i]); });
     return sum / divisor(n);
