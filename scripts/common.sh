@@ -11,3 +11,12 @@ configure_and_build() {
     cmake --preset "$preset" --log-level=WARNING "$@" >/dev/null
     cmake --build --preset "$preset"
 }
+
+# The library alone, both kinds, with debug information: build/library.
+build_library() {
+    cmake -S . -B build/library -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ -DCMAKE_CXX_FLAGS=-g \
+        -DUTILS_SSE_STATIC_TOO=ON -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_TOOLS=OFF >/dev/null
+    cmake --build build/library
+}
+
+project_version() { sed -n 's/^project(utils_sse VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt; }
