@@ -20,3 +20,17 @@ build_library() {
 }
 
 project_version() { sed -n 's/^project(utils_sse VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt; }
+
+# The time that packages and their files carry: the last commit's, or of sources without history the changelog's.
+set_source_date() {
+    if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
+        if git ls-files --error-unmatch CMakeLists.txt >/dev/null 2>&1; then
+            SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
+        else
+            local released
+            released=$(sed -n '/^## /{s/.*(\(.*\)).*/\1/p;q}' CHANGELOG.md)
+            SOURCE_DATE_EPOCH=$(date -ud "$released" +%s 2>/dev/null || stat -c %Y CHANGELOG.md)
+        fi
+    fi
+    export SOURCE_DATE_EPOCH
+}
