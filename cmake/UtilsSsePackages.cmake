@@ -23,10 +23,8 @@ set(permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WO
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${permissions})
 
 # What an installed folder and the ZIP hold besides.
-set(manual docs/architecture.md docs/colour.md docs/echo2image.md docs/recordings.md)
 install(FILES LICENSE README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documentation)
-install(DIRECTORY docs/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT documentation)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation PATTERN *.1 EXCLUDE)
 if(UTILS_SSE_BUILD_TOOLS AND NOT WIN32)
   install(FILES docs/echo2image.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT documentation)
 endif()

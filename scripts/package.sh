@@ -7,7 +7,6 @@ source "$(dirname "$0")/common.sh"
 
 scripts/install-packages.sh "${tool_packages[@]}" dpkg-dev file
 set_source_date
-umask 022
 configure_and_build package
 mkdir -p "$folder"
 rm -f "$folder"/*.deb "$folder"/*.deb.sha256
