@@ -89,7 +89,7 @@ passed "sources as a part of another project change nothing in it"
 if [ -x build/release/tools/echo2image ]; then
     cmake --install build/release --prefix "$work/first" >/dev/null
     mv "$work/first" "$work/tool"
-    [ "$("$work/tool/bin/echo2image" --version)" = "$version" ] || failed "echo2image tells another version than $version"
+    [ "$("$work/tool/bin/echo2image" --version)" = "echo2image $version" ] || failed "echo2image tells another version than $version"
     passed "echo2image in a moved folder finds its library and tells its version"
 else
     echo "not tried: echo2image in a moved folder (it is not built in build/release)"

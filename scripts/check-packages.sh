@@ -23,11 +23,14 @@ if [ "${1:-}" = --inside ]; then
     install='apt-get install -y -qq --no-install-recommends /tmp/*.deb >/tmp/apt.log 2>&1'
     inside "$install || { apt-get update -qq && $install; } || { cat /tmp/apt.log; exit 1; }"
     cp -u "$root"/var/cache/apt/archives/*.deb $kept/archives/ 2>/dev/null || true
-    inside "dpkg --verify libutils-sse$major libutils-sse-dev utils-sse-tools; ldconfig -p | grep -q 'libutils_sse.so.$major '"
+    inside "test -z \"\$(dpkg --verify libutils-sse$major libutils-sse-dev utils-sse-tools)\"" ||
+        { echo "installed files differ from their checksums" && exit 1; }
+    inside "ldconfig -p | grep -q 'libutils_sse.so.$major '" || { echo "the loader does not know the library" && exit 1; }
     echo "installed in a bare Debian of $(inside 'dpkg -l | grep -c ^ii') packages"
     inside "/tmp/program-shared && /tmp/program-static"
     echo "programs linked with libutils-sse-dev run there"
-    inside "echo2image --version && echo2image demo -o /tmp/pictures >/dev/null"
+    [ "$(inside 'echo2image --version')" = "echo2image $(project_version)" ] || { echo "echo2image tells another version" && exit 1; }
+    inside "echo2image demo -o /tmp/pictures >/dev/null"
     diff -r "$work/pictures" "$root/tmp/pictures"
     echo "echo2image demo: the same $(find "$root/tmp/pictures" -type f | wc -l) files as here"
     inside "apt-get remove -y -qq libutils-sse$major >/dev/null 2>&1" # and what depends on it
@@ -67,6 +70,9 @@ for kind in shared static; do
     cp "$work/$kind/consumer" "$work/program-$kind"
 done
 build/package/tools/echo2image demo -o "$work/pictures" >/dev/null
+for command in $(build/package/tools/echo2image --help | sed -n '/^Subcommands/,$s/^  \([a-z]\+\) .*/\1/p'); do
+    grep -qx "\.B $command" docs/echo2image.1 || { echo "docs/echo2image.1 does not name the command $command" && exit 1; }
+done
 
 if [ ${#enter[@]} -eq 0 ]; then
     echo "NOT TRIED: installing into a bare Debian, which needs root and leave to mount"
