@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The same sources give the same bytes: builds libraries, echo2image and Debian packages a second time in another folder, under
-# another user name, home, language, time zone and file mask, and compares.
+# another user name, home, language, time zone and with other file modes, and compares.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 work=$(mktemp -d)

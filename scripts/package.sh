@@ -7,6 +7,7 @@ source "$(dirname "$0")/common.sh"
 
 scripts/install-packages.sh "${tool_packages[@]}" dpkg-dev file
 set_source_date
+umask 022 # the archive's own header keeps it
 configure_and_build package
 mkdir -p "$folder"
 rm -f "$folder"/*.deb "$folder"/*.deb.sha256
