@@ -94,6 +94,6 @@ if [ -x build/release/tools/echo2image ]; then
 else
     echo "not tried: echo2image in a moved folder (it is not built in build/release)"
 fi
-grep -q "^## $version\b" CHANGELOG.md && [ "$(grep -m 1 '^## ' CHANGELOG.md | cut -d ' ' -f 2)" = "$version" ] ||
+[ "$(grep -m 1 '^## ' CHANGELOG.md | cut -d ' ' -f 2)" = "$version" ] ||
     failed "CHANGELOG.md does not begin with $version"
 echo "$tried ways, version $version everywhere"
