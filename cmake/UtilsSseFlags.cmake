@@ -8,6 +8,9 @@ function(utils_sse_keep_the_bits target)
     target_compile_options(${target} PRIVATE /fp:precise)
     return()
   endif()
+  # Nor does the folder of the sources or of the build change a byte.
+  target_compile_options(${target} PRIVATE
+    -ffile-prefix-map=${utils_sse_SOURCE_DIR}=. -ffile-prefix-map=${utils_sse_BINARY_DIR}=build)
   target_compile_options(${target} PRIVATE
     -fno-fast-math -ffp-contract=off -fno-unsafe-math-optimizations -fno-associative-math -fno-reciprocal-math
     -fno-finite-math-only -fsigned-zeros -ftrapping-math)

@@ -11,3 +11,26 @@ configure_and_build() {
     cmake --preset "$preset" --log-level=WARNING "$@" >/dev/null
     cmake --build --preset "$preset"
 }
+
+# The library alone, both kinds, with debug information: build/library.
+build_library() {
+    cmake -S . -B build/library -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ -DCMAKE_CXX_FLAGS=-g \
+        -DUTILS_SSE_STATIC_TOO=ON -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_TOOLS=OFF >/dev/null
+    cmake --build build/library
+}
+
+project_version() { sed -n 's/^project(utils_sse VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt; }
+
+# The time that packages and their files carry: the last commit's, or of sources without history the changelog's.
+set_source_date() {
+    if [ -z "${SOURCE_DATE_EPOCH:-}" ]; then
+        if git ls-files --error-unmatch CMakeLists.txt >/dev/null 2>&1; then
+            SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
+        else
+            local released
+            released=$(sed -n '/^## /{s/.*(\(.*\)).*/\1/p;q}' CHANGELOG.md)
+            SOURCE_DATE_EPOCH=$(date -ud "$released" +%s 2>/dev/null || stat -c %Y CHANGELOG.md)
+        fi
+    fi
+    export SOURCE_DATE_EPOCH
+}

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """The library exports what its header declares and what the table of operations lists, and nothing else.
 
-Compares all three with each other, argument names of table and header included.
+Compares what it is given of these with each other, argument names of table and header included. Of a static library every
+global symbol counts, also those of inline functions and templates.
 """
 import argparse
 import json
@@ -39,27 +40,32 @@ def declarations(header):
     return found
 
 
-def symbols(library, nm):
-    output = subprocess.run([nm, "-D", "-C", "--defined-only", library], check=True, capture_output=True, text=True).stdout
+def symbols(library, nm, which):
+    output = subprocess.run([nm, which, "-C", "--defined-only", library], check=True, capture_output=True, text=True).stdout
     return {line.split(maxsplit=2)[2] for line in output.splitlines() if len(line.split(maxsplit=2)) == 3}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--header", required=True, help="utils_sse.h")
-    parser.add_argument("--table", required=True, nargs="+", help="command that prints the table: utils_sse_operations")
+    parser.add_argument("--table", nargs="+", help="command that prints the table: utils_sse_operations")
     parser.add_argument("--library", help="the dynamic library")
+    parser.add_argument("--archive", help="the static library")
     parser.add_argument("--nm", default="nm")
     options = parser.parse_args()
 
     declared = declarations(options.header)
-    table = json.loads(subprocess.run(options.table, check=True, capture_output=True, text=True).stdout)
-    operations = {entry["signature"]: entry for entry in table["operations"]}
-    listed = {**operations, **{entry["signature"]: entry for entry in table["other_exports"]}}
-
-    sets = {"header": set(declared), "table": set(listed)}
+    sets = {"header": set(declared)}
+    operations = listed = {}
+    if options.table:
+        table = json.loads(subprocess.run(options.table, check=True, capture_output=True, text=True).stdout)
+        operations = {entry["signature"]: entry for entry in table["operations"]}
+        listed = {**operations, **{entry["signature"]: entry for entry in table["other_exports"]}}
+        sets["table"] = set(listed)
     if options.library:
-        sets["library"] = symbols(options.library, options.nm)
+        sets["library"] = symbols(options.library, options.nm, "--dynamic")
+    if options.archive:
+        sets["static library"] = symbols(options.archive, options.nm, "--extern-only")
     faults = []
     for here, names in sets.items():
         for there, others in sets.items():
@@ -74,7 +80,7 @@ def main():
                 faults.append(f"{signature}: arguments are {names} in the header, {in_table} in the table")
     for fault in faults:
         print(fault)
-    if not declared or not listed or ("library" in sets and not sets["library"]):
+    if len(sets) < 2 or not all(sets.values()):
         print("nothing to compare: " + ", ".join(f"{len(names)} in the {where}" for where, names in sets.items()))
         return 1
     print(f"{len(faults)} differences; " + ", ".join(f"{len(names)} in the {where}" for where, names in sets.items()))
