@@ -35,10 +35,6 @@ foreach(library IN LISTS libraries)
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
   install(EXPORT utils_sse-${kind} NAMESPACE utils_sse:: DESTINATION ${package_dir} COMPONENT development)
 endforeach()
-# A build of the library for wider registers goes beside this one, where the loader looks first on a machine that has them:
-#   install(TARGETS <target> LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/x86-64-v3 COMPONENT runtime NAMELINK_SKIP)
-# and is in the package libutils-sse<major> with that.
-
 install(FILES include/utils_sse.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/utils_sse-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES cmake/utils_sse-config.cmake ${CMAKE_CURRENT_BINARY_DIR}/utils_sse-config-version.cmake

@@ -18,7 +18,7 @@ foreach(level IN LISTS utils_sse_wider_levels)
     LIBRARY_OUTPUT_DIRECTORY ${utils_sse_wider_dir}/glibc-hwcaps/x86-64-${level})
   if(UTILS_SSE_INSTALL)
     install(TARGETS utils_sse_${level}
-      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/x86-64-${level} NAMELINK_SKIP)
+      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/x86-64-${level} COMPONENT runtime NAMELINK_SKIP)
   endif()
 endforeach()
 

@@ -2,12 +2,12 @@
 
 #include "bad_input.h"
 #include "filter_options.h"
+#include "option_values.h"
 #include "units.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <charconv>
 #include <limits>
 
 namespace echo2image {
@@ -17,16 +17,6 @@ namespace {
 constexpr double greatest_frequency = 1e12; // Hz; beyond any sound
 constexpr double least_sound_speed = 100;   // m/s; as in descriptions
 constexpr double greatest_sound_speed = 20000;
-
-std::int64_t whole_number(const std::string& name, const std::string& text, std::int64_t least, std::int64_t greatest)
-{
-    std::int64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < least || value > greatest)
-        throw BadInput(name + ": expected a whole number from " + std::to_string(least) + " to " + std::to_string(greatest) +
-                       ", found \"" + text + "\"");
-    return value;
-}
 
 // A ramp given in metres along the line, in samples.
 void set_ramp(const std::string& text, double sample_spacing, RfOptions& rf)

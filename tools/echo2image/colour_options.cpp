@@ -1,14 +1,13 @@
 #include "colour_options.h"
 
 #include "bad_input.h"
+#include "option_values.h"
 #include "portable_math.h"
 #include "units.h"
 
 #include <CLI/CLI.hpp>
 
-#include <charconv>
 #include <string>
-#include <system_error>
 #include <type_traits>
 
 namespace echo2image {
@@ -28,16 +27,6 @@ constexpr const char* priority_help = R"(Who has a pixel, colour or grey:
 A pixel is coloured where both say so.
 
 Towards the probe is positive: red to yellow with the usual map; away from it is blue to cyan.)";
-
-std::int64_t whole_number(const char* name, const std::string& text, std::int64_t least, std::int64_t greatest)
-{
-    std::int64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < least || value > greatest)
-        throw BadInput(std::string(name) + ": expected a whole number from " + std::to_string(least) + " to " +
-                       std::to_string(greatest) + ", found \"" + text + "\"");
-    return value;
-}
 
 // "3x5": lines by samples.
 void set_average(const std::string& text, FlowOptions& flow)

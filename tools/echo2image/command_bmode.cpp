@@ -4,6 +4,7 @@
 #include "envelope_difference.h"
 #include "filter_options.h"
 #include "npy_write.h"
+#include "option_values.h"
 #include "progress.h"
 #include "recipe.h"
 #include "units.h"
@@ -23,13 +24,6 @@ namespace echo2image {
 namespace fs = std::filesystem;
 
 namespace {
-
-void expect_extension(const char* name, const fs::path& file, const char* extension)
-{
-    if (file.extension() != extension)
-        throw BadInput(std::string(name) + ": expected a file name ending in " + extension + ", found \"" + file.string() +
-                       "\"");
-}
 
 std::vector<fs::path> picture_names(const BmodeOptions& options, const FrameRange& range)
 {

@@ -4,6 +4,7 @@
 #include "colour_recipe.h"
 #include "commands.h"
 #include "npy_write.h"
+#include "option_values.h"
 #include "portable_math.h"
 #include "units.h"
 
@@ -22,13 +23,6 @@ namespace echo2image {
 namespace fs = std::filesystem;
 
 namespace {
-
-void expect_extension(const char* name, const fs::path& file, const char* extension)
-{
-    if (file.extension() != extension)
-        throw BadInput(std::string(name) + ": expected a file name ending in " + extension + ", found \"" + file.string() +
-                       "\"");
-}
 
 // The matrix and what it lets through, from rest to the Nyquist velocity.
 void print_filter(const ColourChain& chain)

@@ -2,13 +2,13 @@
 #include "bad_input.h"
 #include "commands.h"
 #include "motion_recording.h"
+#include "option_values.h"
 #include "progress.h"
 #include "units.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -41,16 +41,6 @@ struct MotionCommandOptions
     bool scale = false;
     bool timing = false;
 };
-
-std::int64_t whole_number(const std::string& name, const std::string& text, std::int64_t least, std::int64_t greatest)
-{
-    std::int64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < least || value > greatest)
-        throw BadInput(name + ": expected a whole number from " + std::to_string(least) + " to " + std::to_string(greatest) +
-                       ", found \"" + text + "\"");
-    return value;
-}
 
 // "20x12": across, then down.
 void set_pair(const char* name, const char* example, const std::string& text, int& across, int& down)
