@@ -269,7 +269,7 @@ long long Trial::any_length(Random& random) const
     const Argument& argument = operation_.length();
     const std::size_t kind = below(random, 32);
     if (kind > 3 && !argument.swept.empty())
-        return argument.swept[below(random, argument.swept.size())];
+        return argument.swept[below(random, below(random, argument.swept.size()) + 1)]; // rather the small ones
     const long long length = kind == 0   ? one_of({INT_MIN, -17, -5, -1}, random)
                              : kind == 1 ? below(random, operation_.takes_ensemble ? 300 : 4100)
                                          : below(random, static_cast<std::size_t>(std::max(70, 9 * operation_.block)));
