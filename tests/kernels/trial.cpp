@@ -270,9 +270,11 @@ long long Trial::any_length(Random& random) const
     const std::size_t kind = below(random, 32);
     if (kind > 3 && !argument.swept.empty())
         return argument.swept[below(random, below(random, argument.swept.size()) + 1)]; // rather the small ones
-    const long long length = kind == 0   ? one_of({INT_MIN, -17, -5, -1}, random)
-                             : kind == 1 ? below(random, operation_.takes_ensemble ? 300 : 4100)
-                                         : below(random, static_cast<std::size_t>(std::max(70, 9 * operation_.block)));
+    if (kind == 0)
+        return one_of({INT_MIN, -17, -5, -1}, random);
+    const std::size_t most =
+        kind == 1 ? (operation_.takes_ensemble ? 300 : 4100) : static_cast<std::size_t>(std::max(70, 9 * operation_.block));
+    const auto length = static_cast<long long>(below(random, most));
     return argument.allows(length) ? length : argument.most;
 }
 
