@@ -31,7 +31,7 @@ HARMONIC = {"Pulse inversion": "blend", "Ramp start in samples": "8", "Ramp end 
 MOTION = {"Second frame": "2", "Block width": "5", "Block height": "5", "Grid": "4", "Search range across": "2",
           "Search range down": "2", "Correlation threshold": "0.5"}
 COLOUR = {"Reference": "100", "Dynamic range in dB": "50", "Center frequency in Hz": "5e6", "Shown": "velocity",
-          "Firings": "8", "Clutter filter": "cubic", "Clutter mixing": "yes", "Average lines": "3", "Average samples": "3",
+          "Firings": "8", "Clutter filter": "poly:2", "Clutter mixing": "yes", "Average lines": "3", "Average samples": "3",
           "Pulse repetition frequency in Hz": "5000", "Unit": "cm/s", "Colour map": "red-yellow", "Baseline": "0.25",
           "Least power in dB": "20", "Greatest power in dB": "60", "Greatest spread": "0.5", "Tissue phase in rad": "0.1",
           "Tissue grey": "96"}
@@ -40,7 +40,7 @@ COLOUR = {"Reference": "100", "Dynamic range in dB": "50", "Center frequency in 
 def recipes():
     grey = {"Filters": "median3, persist 12, average 3"}
     for part in (grey, ECHOES, {**ECHOES, "Detector": "fixed-point"}, {**ECHOES, **HARMONIC}, {**ECHOES, **MOTION}, COLOUR,
-                 {**COLOUR, "Shown": "power", "Unit": "rad"}):
+                 {**COLOUR, "Shown": "power", "Unit": "rad", "Clutter filter": "iir:0.1"}):
         yield {**RECIPE, **part}
 
 

@@ -286,7 +286,9 @@ PngPicture read_png(const fs::path& path)
     Complaint complaint;
     Reader reader(complaint);
     png_set_read_fn(reader.png, file.get(), read_bytes);
-    png_set_chunk_malloc_max(reader.png, most_text); // or it takes the memory that a chunk claims before it reads it
+    // libpng takes the memory that a chunk claims before it reads it, and beyond the limit only warns unless told to stop.
+    png_set_chunk_malloc_max(reader.png, most_text);
+    png_set_benign_errors(reader.png, 0);
     const auto check = [&](bool read) {
         if (!read)
             throw BadInput(path.string() + ": damaged PNG: " + complaint.text);
