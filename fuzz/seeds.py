@@ -49,7 +49,7 @@ def descriptions():
             ("rf", "int16", "frame, line, sample", "2, 5, 40"), ("rf", "int16", "firing, sample, line", "2, 40, 5"),
             ("iq", "int16", "line, sample, firing, component", "6, 16, 8, 2"), ("bmode", "uint8", "line, sample", "6, 32"))):
         yield RAW.format(content=content, type=kind, axes=axes, shape=shape) + GEOMETRIES[i] + {
-            "rf": "center_frequency: 5 MHz\nbandwidth: 3e6\noffset: 12.5\nheader_bytes: 7\nvalid_samples: 30\ndead_lines: [0, 2..3]\n",
+            "rf": "center_frequency: 5 MHz\nbandwidth: 3e6\noffset: 12.5\nheader_bytes: 7\nvalid_samples: 30\ndead_lines: [0, 2..4]\n",
             "iq": "demodulation_frequency: 5 MHz\npulse_repetition_frequency: 5 kHz\nsound_speed: 1480 m/s\n",
             "bmode": "dynamic_range: 60 dB\nframe_rate: 25 Hz\ntitle: \"some text\"\n"}[content]
     yield ("file: samples.raw\ncontent: bmode\ntype: uint8\naxes: [frame, row, column]\nshape: [2, 20, 30]\n"
