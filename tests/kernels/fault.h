@@ -55,9 +55,10 @@ inline std::optional<std::string> fault_of(const std::function<void()>& call,
 #else
 
 namespace fault_detail {
-inline sigjmp_buf before_call;
-inline volatile std::sig_atomic_t calling = 0;
-inline volatile std::uintptr_t fault_address = 0;
+// Faults come to the thread that makes them.
+inline thread_local sigjmp_buf before_call;
+inline thread_local volatile std::sig_atomic_t calling = 0;
+inline thread_local volatile std::uintptr_t fault_address = 0;
 constexpr int signals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE};
 
 inline void on_signal(int signal, siginfo_t* info, void*)

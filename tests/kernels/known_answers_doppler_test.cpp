@@ -239,7 +239,8 @@ TEST(FFT, LengthsWithoutATable)
     EXPECT_NE(table_for(-1), nullptr);
     EXPECT_NE(table_for(INT_MIN), nullptr);
     EXPECT_EQ(table_for(INT_MAX), nullptr);
-    EXPECT_EQ(table_for(1 << 29), nullptr); // 2^32 bytes
+    EXPECT_EQ(table_for(1 << 29), nullptr);       // 2^32 bytes
+    EXPECT_EQ(table_for((1 << 29) - 2), nullptr); // 2^32 - 16, and 20 more that aligned_malloc() adds
     const float input[64] = {};
     const float table[128] = {};
     for (const int n : {INT_MIN, -16, 0, 1, 8, 12, 15, 17, 24, 48}) {

@@ -47,12 +47,6 @@ const unsigned short unsigned_short_edges[] = {0, 1, 2, 16, 64, 85, 255, 256, 25
 const int int_edges[] = {0, 0, 0, 0, 1, 2, -1, INT_MIN, INT_MAX}; // flags: mostly off
 const unsigned char byte_edges[] = {0, 1, 15, 16, 127, 128, 240, 254, 255};
 
-template <class T, std::size_t N>
-T one_of(const T (&list)[N], Random& random)
-{
-    return list[below(random, N)];
-}
-
 float any_bits(Random& random)
 {
     return operations::Value(static_cast<std::uint32_t>(random())).as<float>();

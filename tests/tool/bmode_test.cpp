@@ -179,6 +179,7 @@ TEST(Envelope, OfFixedDetectorsIsThatOfTheGeneralOne)
             EXPECT_GT(difference.count(), expected.lines * expected.samples * 9 / 10);
             EXPECT_LT(difference.rms(), 0.06);
             EXPECT_LT(difference.largest(), 0.5);
+            EXPECT_EQ(difference.silent(), 0);
         }
 
     EnvelopeFrame loud;
@@ -193,6 +194,11 @@ TEST(Envelope, OfFixedDetectorsIsThatOfTheGeneralOne)
     EXPECT_EQ(difference.count(), 4);
     EXPECT_NEAR(difference.largest(), 6.0206, 1e-4);
     EXPECT_NEAR(difference.rms(), 6.0206 / std::sqrt(2), 1e-4);
+    loud.values = {0, 10, 0};
+    difference.add(loud, quiet);
+    EXPECT_EQ(difference.count(), 5);
+    EXPECT_EQ(difference.silent(), 1);
+    EXPECT_LT(difference.largest(), 7);
 }
 
 TEST(Envelope, TapTablesKeepSumsWithin32Bits)

@@ -335,9 +335,26 @@ TEST_F(Commands, FindWhatDiffers)
     changed = original;
     for (auto& [keyword, text] : changed.text)
         if (keyword == "Taps")
-            text = "many";
+            text = "many " + std::string(5000, 'x');
     rewrite("changed.png", changed.image, changed.text);
-    expect_refusal("verify changed.png", "Taps");
+    expect_refusal("verify changed.png", "\"Taps\" must be a number, found \"many xxx");
+    EXPECT_LT(run("verify changed.png").err.size(), 500u);
+    changed = original;
+    changed.text.emplace_back("Comment", "two\nlines, and \x1b[31mred");
+    rewrite("changed.png", changed.image, changed.text);
+    EXPECT_NE(run("info changed.png").out.find("Comment: two\\x0alines, and \\x1b[31mred\n"), std::string::npos);
+
+    // No memory for what is only claimed: a chunk of 1.75 GB, and rows for 536 megapixels.
+    std::string claims = bytes;
+    claims.replace(bytes.find("tEXtSoftware") - 4, 2, "\x70\x01");
+    write_file(folder / "claims.png", claims);
+    expect_refusal("verify claims.png", "claims.png: damaged PNG: tEXt: chunk data is too large");
+#ifndef __SANITIZE_ADDRESS__ // which needs address space of its own
+    write_file(folder / "claims.png", bytes.substr(0, 16) +
+                                          std::string("\0\0\x03\xe8\0\x08\x2d\xc0\x08\0\0\0\0\xcf\x50\x55\x17", 17) +
+                                          bytes.substr(bytes.find("IDAT") - 4));
+    expect_refusal("verify claims.png", "claims.png: damaged PNG", "ulimit -v 300000;");
+#endif
     expect_refusal("verify away/rf.yml", "a PNG picture is expected");
 }
 

@@ -123,6 +123,7 @@ public:
     std::uint16_t bits = 8;
     std::uint32_t right_edge = 20;
     std::string pixels;
+    std::uint32_t run_lengths_at = 0; // if not 0, frames are run-length coded, and their header says that this is where
 
     OwnDicomFile() : pixels(noise(3 * 10 * 21)) {}
 
@@ -137,7 +138,7 @@ public:
 
     void write(const fs::path& file) const
     {
-        const std::string syntax = text(0x0002, 0x0010, "UI", "1.2.840.10008.1.2.1");
+        const std::string syntax = text(0x0002, 0x0010, "UI", run_lengths_at ? "1.2.840.10008.1.2.5" : "1.2.840.10008.1.2.1");
         const std::string meta = element(0x0002, 0x0001, "OB", std::string("\0\1", 2)) +
                                  text(0x0002, 0x0002, "UI", "1.2.840.10008.5.1.4.1.1.3.1") +
                                  text(0x0002, 0x0003, "UI", "1.2.3.4") + syntax;
@@ -158,12 +159,26 @@ public:
                    element(0x0028, 0x0101, "US", number(bits)) +
                    element(0x0028, 0x0102, "US", number(static_cast<std::uint16_t>(bits - 1))) +
                    element(0x0028, 0x0103, "US", number(std::uint16_t{0}));
-        if (!pixels.empty())
+        if (run_lengths_at)
+            content += std::string("\xe0\x7f\x10\0OB\0\0\xff\xff\xff\xff", 12) + run_lengths();
+        else if (!pixels.empty())
             content += element(0x7fe0, 0x0010, "OB", pixels);
         std::ofstream(file, std::ios::binary) << content;
     }
 
 private:
+    // A fragment for each frame: its header, then runs of different bytes.
+    std::string run_lengths() const
+    {
+        const auto fragment = [](const std::string& content) {
+            return std::string("\xfe\xff\x00\xe0", 4) + number(static_cast<std::uint32_t>(content.size())) + content;
+        };
+        std::string fragments = fragment("");
+        for (std::size_t at = 0; at < 630; at += 210)
+            fragments += fragment(number(std::uint32_t{1}) + number(run_lengths_at) + std::string(56, '\0') + char{127} +
+                                  pixels.substr(at, 128) + char{81} + pixels.substr(at + 128, 82));
+        return fragments + std::string("\xfe\xff\xdd\xe0\0\0\0\0", 8);
+    }
     template <class Number>
     static std::string number(Number value)
     {
@@ -245,6 +260,11 @@ TEST_F(DicomFiles, HoldGreyValuesOrColours)
         }
         EXPECT_THROW(cine.read_frame_u8(3), BadInput);
     }
+    OwnDicomFile coded;
+    coded.run_lengths_at = 64;
+    coded.write(folder / "coded.dcm");
+    const Frame decoded = Recording::open(folder / "coded.dcm").read_frame_u8(1);
+    EXPECT_EQ(std::string(decoded.begin(), decoded.end()), coded.pixels.substr(210, 210));
     // A description beside the file, or naming it, adds what it knows.
     std::ofstream(folder / "cine.yml") << "title: Own\nframe_rate: 12 Hz\n";
     EXPECT_EQ(Recording::open(folder / "cine.dcm").description().frame_rate, 12);
@@ -292,6 +312,11 @@ TEST_F(DicomFiles, SayWhatIsWrongWithThem)
     expect("PixelData: expected 3 frames of 210 bytes, found 628 bytes", [](OwnDicomFile& f) { f.pixels.resize(628); });
     expect("PixelData: expected 2147483647 frames", [](OwnDicomFile& f) { f.frames = "2147483647"; });
     expect("frame 0: expected a picture that can be decoded", [](OwnDicomFile& f) { f.photometric = "PALETTE COLOR"; });
+    expect("at most 33554432 pixels, found 65535 x 65535", [](OwnDicomFile& f) { f.rows = f.columns = 65535; });
+    // Where DCMTK's decoder would read whatever is there.
+    expect("frame 0: expected segment 1 to start between byte 64 and 276, found 1610612800",
+           [](OwnDicomFile& f) { f.run_lengths_at = 0x60000040; });
+    expect("frame 0: expected segment 1 to start", [](OwnDicomFile& f) { f.run_lengths_at = 60; });
     for (const std::uintmax_t size : {133U, 300U, 700U, 1200U}) {
         OwnDicomFile().write(folder / "cut.dcm");
         fs::resize_file(folder / "cut.dcm", size);

@@ -1,6 +1,6 @@
 #include "clutter_filter.h"
 
-#include "bad_input.h"
+#include "input_file.h"
 #include "portable_math.h"
 
 #include <charconv>
@@ -37,7 +37,7 @@ const char* name_of(Kind kind)
 {
     throw BadInput("--filter: expected none, mean, poly:ORDER (0 to " + std::to_string(highest_order) +
                    "), iir:CUTOFF (cycles per firing, between 0 and 0.5) or dct:COUNT (1 to " + std::to_string(highest_order) +
-                   "), found \"" + text + "\"");
+                   "), found " + in_quotes(text));
 }
 
 template <class Number>

@@ -1,7 +1,7 @@
 #include "colour_chain.h"
 
-#include "bad_input.h"
 #include "chain.h"
+#include "input_file.h"
 #include "phase.h"
 #include "portable_math.h"
 
@@ -55,7 +55,7 @@ SpeedUnit speed_unit_of(const std::string& name)
     for (const UnitName& known : unit_names)
         if (name == known.name)
             return known.unit;
-    throw BadInput("--unit: expected cm/s, m/s or rad (radians per firing), found \"" + name + "\"");
+    throw BadInput("--unit: expected cm/s, m/s or rad (radians per firing), found " + in_quotes(name));
 }
 
 const char* to_string(SpeedUnit unit)

@@ -1,6 +1,6 @@
 #include "colour_map.h"
 
-#include "bad_input.h"
+#include "input_file.h"
 #include "portable_math.h"
 
 #include <algorithm>
@@ -84,7 +84,7 @@ VelocityMap velocity_map_of(const std::string& name)
     for (const Name& known : names)
         if (name == known.name)
             return known.map;
-    throw BadInput("--map: expected " + names_of_velocity_maps() + ", found \"" + name + "\"");
+    throw BadInput("--map: expected " + names_of_velocity_maps() + ", found " + in_quotes(name));
 }
 
 const char* to_string(VelocityMap map)

@@ -1,7 +1,7 @@
 #include "colour_recipe.h"
 
-#include "bad_input.h"
 #include "digest.h"
+#include "input_file.h"
 #include "synthetic_flow.h"
 
 #include <algorithm>
@@ -74,7 +74,7 @@ public:
     }
     [[noreturn]] void reject(const char* name, const std::string& expected, const std::string& found) const
     {
-        throw BadInput(picture_.string() + ": recipe: \"" + name + "\" must be " + expected + ", found \"" + found + "\"");
+        throw BadInput(name_of(picture_) + ": recipe: \"" + name + "\" must be " + expected + ", found " + in_quotes(found));
     }
 
 private:

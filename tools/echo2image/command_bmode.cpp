@@ -88,6 +88,9 @@ public:
                           general.parameters().taps, difference.rms(), difference.largest(),
                           static_cast<long long>(difference.count()));
             table += line;
+            if (difference.silent() > 0)
+                table += "    besides, " + std::to_string(difference.silent()) +
+                         " values where one envelope is 0 and the other is not, which no dB can tell\n";
         };
         add("same low-pass", same_taps_, same_);
         add("its own", own_taps_, own_);

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "input_file.h"
 #include "png_file.h"
 #include "recipe.h"
 #include "recording.h"
@@ -30,7 +31,7 @@ int run_info(const InfoOptions& options)
     std::string text =
         "Picture: " + std::to_string(picture.image.width) + " x " + std::to_string(picture.image.height) + " pixels\n";
     for (const auto& [keyword, value] : picture.text)
-        text += keyword + ": " + value + "\n";
+        text += printable(keyword) + ": " + printable(value) + "\n";
     std::fputs(text.c_str(), stdout);
     return exit_ok;
 }

@@ -6,6 +6,8 @@
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcfilefo.h>
 #include <dcmtk/dcmdata/dcpixel.h>
+#include <dcmtk/dcmdata/dcpixseq.h>
+#include <dcmtk/dcmdata/dcpxitem.h>
 #include <dcmtk/dcmdata/dcrledrg.h>
 #include <dcmtk/dcmdata/dcsequen.h>
 #include <dcmtk/dcmimage/diregist.h> // colours
@@ -13,13 +15,17 @@
 #include <dcmtk/dcmjpeg/djdecode.h>
 #include <dcmtk/dcmjpls/djdecode.h>
 
+#include <array>
 #include <cmath>
+#include <cstring>
 
 namespace echo2image {
 
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr std::int64_t most_pixels = 1 << 25; // of a frame
 
 // DCMTK's decoders, and silence: what is wrong is said here.
 void prepare_library()
@@ -83,6 +89,34 @@ void set_spacing(DcmItem& data, Layout& layout, std::int64_t rows, std::int64_t 
     layout.row_spacing = std::fabs(y) / 100;
 }
 
+// What DCMTK's decoder of run lengths reads without looking: each frame is one fragment, which starts with the number of its
+// segments (one for each channel) and their places. The first fragment is a table of the others.
+void check_run_lengths(const fs::path& file, DcmElement& pixels, std::int64_t frame, std::int64_t frames, std::int64_t channels)
+{
+    const std::string field = "PixelData, frame " + std::to_string(frame);
+    DcmPixelSequence* fragments = nullptr;
+    auto& data = static_cast<DcmPixelData&>(pixels);
+    if (data.getEncapsulatedRepresentation(EXS_RLELossless, nullptr, fragments).bad() ||
+        static_cast<std::int64_t>(fragments->card()) != frames + 1)
+        reject(file, "PixelData", std::to_string(frames) + " fragments, one for each frame", "another number");
+    DcmPixelItem* fragment = nullptr;
+    Uint8* bytes = nullptr;
+    std::array<std::uint32_t, 16> header{}; // little-endian
+    if (fragments->getItem(fragment, static_cast<unsigned long>(frame + 1)).bad() || fragment->getUint8Array(bytes).bad() ||
+        bytes == nullptr || fragment->getLength() < sizeof header)
+        reject(file, field, "a fragment with at least " + std::to_string(sizeof header) + " bytes", "none");
+    std::memcpy(header.data(), bytes, sizeof header);
+    if (header[0] != channels)
+        reject(file, field, std::to_string(channels) + " segments of run lengths", std::to_string(header[0]));
+    std::uint32_t before = sizeof header - 1;
+    for (std::size_t i = 1; i <= static_cast<std::size_t>(channels); before = header[i++])
+        if (header[i] <= before || header[i] > fragment->getLength())
+            reject(file, field,
+                   "segment " + std::to_string(i) + " to start between byte " + std::to_string(before + 1) + " and " +
+                       std::to_string(fragment->getLength()),
+                   std::to_string(header[i]));
+}
+
 } // namespace
 
 bool reads_dicom()
@@ -126,6 +160,9 @@ DicomFile::DicomFile(const fs::path& file) : impl_(std::make_unique<Impl>())
     if (rows < 1 || columns < 1 || frames < 1)
         reject(file, "Rows, Columns, NumberOfFrames", "numbers above 0",
                std::to_string(rows) + ", " + std::to_string(columns) + ", " + std::to_string(frames));
+    if (rows * columns > most_pixels)
+        reject(file, "Rows, Columns", "at most " + std::to_string(most_pixels) + " pixels",
+               std::to_string(rows) + " x " + std::to_string(columns));
 
     DcmElement* pixels = nullptr;
     if (data.findAndGetElement(DCM_PixelData, pixels).bad())
@@ -155,6 +192,12 @@ std::vector<std::uint8_t> DicomFile::frame(std::int64_t number) const
 {
     const std::string name = "frame " + std::to_string(number);
     DcmDataset& data = *impl_->file.getDataset();
+    DcmElement* pixels_of_all = nullptr;
+    if (data.getOriginalXfer() == EXS_RLELossless && data.findAndGetElement(DCM_PixelData, pixels_of_all).good()) {
+        Uint16 channels = 1;
+        data.findAndGetUint16(DCM_SamplesPerPixel, channels);
+        check_run_lengths(layout_.data_file, *pixels_of_all, number, layout_.shape[0], channels);
+    }
     // Only this frame is decoded.
     DicomImage image(&data, data.getOriginalXfer(), CIF_UsePartialAccessToPixelData, static_cast<unsigned long>(number), 1);
     if (image.getStatus() != EIS_Normal)

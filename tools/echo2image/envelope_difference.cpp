@@ -14,6 +14,10 @@ void EnvelopeDifference::add(const EnvelopeFrame& found, const EnvelopeFrame& ex
         const double level = expected.values[i];
         if (!(level >= floor_))
             continue;
+        if (!(found.values[i] > 0 && level > 0)) {
+            silent_ += double{found.values[i]} != level;
+            continue;
+        }
         const double distance = std::fabs(20 * std::log10(double{found.values[i]} / level));
         largest_ = std::max(largest_, distance);
         squares_ += distance * distance;

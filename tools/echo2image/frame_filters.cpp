@@ -1,6 +1,6 @@
 #include "frame_filters.h"
 
-#include "bad_input.h"
+#include "input_file.h"
 
 #include <utils_sse.h>
 
@@ -96,18 +96,18 @@ FilterStep filter_of(const std::string& name, const std::string& value)
         std::string names;
         for (const FilterTraits& filter : filters)
             names += (names.empty() ? "" : ", ") + std::string(filter.name);
-        throw BadInput("filters: expected one of " + names + ", found \"" + name + "\"");
+        throw BadInput("filters: expected one of " + names + ", found " + in_quotes(name));
     }
     if (value.empty() && (found->values == nullptr || found->usual != 0))
         return {found->kind, found->usual};
     if (found->values == nullptr)
-        throw BadInput("--" + name + ": expected no value, found \"" + value + "\"");
+        throw BadInput("--" + name + ": expected no value, found " + in_quotes(value));
     int number = 0;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
     if (error != std::errc() || end != value.data() + value.size() || number < found->least || number > found->greatest ||
         (number - found->least) % found->step != 0)
         throw BadInput("--" + name + ": expected " + found->values + ", found " +
-                       (value.empty() ? "nothing" : "\"" + value + "\""));
+                       (value.empty() ? "nothing" : in_quotes(value)));
     return {found->kind, number};
 }
 

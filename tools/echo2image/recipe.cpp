@@ -1,7 +1,7 @@
 #include "recipe.h"
 
-#include "bad_input.h"
 #include "digest.h"
+#include "input_file.h"
 #include "progress.h"
 
 #include <algorithm>
@@ -83,7 +83,7 @@ public:
     }
     [[noreturn]] void reject(const char* name, const char* expected, const std::string& found) const
     {
-        throw BadInput(picture_.string() + ": recipe: \"" + name + "\" must be " + expected + ", found \"" + found + "\"");
+        throw BadInput(name_of(picture_) + ": recipe: \"" + name + "\" must be " + expected + ", found " + in_quotes(found));
     }
     template <class Number>
     Number number(const char* name, Number least) const
