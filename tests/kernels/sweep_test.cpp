@@ -1,6 +1,7 @@
 // Every operation of the table against its plain loop, bit for bit: every length past several blocks and some long ones,
 // inaccessible pages at both ends of every array, all misalignments, every allowed sharing of memory, poisoned outputs.
-// UTILS_SSE_SEED in the environment chooses other numbers.
+// UTILS_SSE_SEED in the environment chooses other numbers; UTILS_SSE_EFFORT=quick runs every third length with fewer
+// counts and data sets, for emulated processors: still body, groups and tail of every function.
 #include "fault.h"
 #include "guarded_buffer.h"
 #include "operations.h"
@@ -37,6 +38,22 @@ unsigned seed()
     static const char* const text = std::getenv("UTILS_SSE_SEED");
     static const auto value = text ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : 1u;
     return value;
+}
+
+// How much is run.
+struct Effort
+{
+    int step;                 // from one length to the next
+    std::size_t combinations; // of other counts, with each length up to several blocks
+    int data_sets;
+    std::size_t long_combinations; // with each of the long lengths
+    int long_data_sets;
+};
+
+Effort effort()
+{
+    const char* const text = std::getenv("UTILS_SSE_EFFORT");
+    return text && std::strcmp(text, "quick") == 0 ? Effort{3, 4, 2, 1, 1} : Effort{1, 16, 6, 4, 2};
 }
 
 unsigned control_bits()
@@ -115,17 +132,18 @@ public:
 
     Failure run()
     {
+        const Effort e = effort();
         const int all_up_to = std::max(70, 9 * operation_.block);
-        for (int length = 0; length <= all_up_to; ++length)
-            if (Failure failure = run_length(length, 16, 6))
+        for (int length = 0; length <= all_up_to; length += e.step)
+            if (Failure failure = run_length(length, e.combinations, e.data_sets))
                 return failure;
         for (const long long length : {INT_MIN, -17, -5, -1, 255, 256, 257, 300, 1023, 4099})
             if (length > 300 && operation_.takes_ensemble)
                 break; // the matrix of 4099 firings fills 64 MB
-            else if (Failure failure = run_length(length, 4, 2))
+            else if (Failure failure = run_length(length, e.long_combinations, e.long_data_sets))
                 return failure;
         for (const long long length : operation_.length().swept)
-            if (Failure failure = run_length(length, 4, 2))
+            if (Failure failure = run_length(length, e.long_combinations, e.long_data_sets))
                 return failure;
         return std::nullopt;
     }
