@@ -3,6 +3,7 @@
 // UTILS_SSE_SEED in the environment chooses other numbers.
 #include "fault.h"
 #include "guarded_buffer.h"
+#include "stack_positions.h"
 #include "test_data.h"
 #include "utils_sse.h"
 
@@ -165,6 +166,26 @@ Case random_case(Random& random, bool fine, bool wrapping)
     return c;
 }
 
+#ifdef UTILS_SSE_STACK_POSITIONS
+struct Tested
+{
+    template <class... A>
+    static void RoughCorrelation(A... values)
+    {
+        const auto search = stack_positions::entered(&CUtils_SSE::RoughCorrelation);
+        search(values...);
+    }
+    template <class... A>
+    static void FineCorrelation(A... values)
+    {
+        const auto search = stack_positions::entered(&CUtils_SSE::FineCorrelation);
+        search(values...);
+    }
+};
+#else
+using Tested = CUtils_SSE;
+#endif
+
 std::optional<std::string> difference(const Case& c, std::vector<GuardedBuffer>& buffers, Random& random)
 {
     std::vector<Bytes> expected = c.before;
@@ -180,7 +201,7 @@ std::optional<std::string> difference(const Case& c, std::vector<GuardedBuffer>&
             std::memcpy(at[a], bytes.data(), bytes.size());
     }
     const auto fault =
-        fault_of([&] { c.call<CUtils_SSE>(at); },
+        fault_of([&] { c.call<Tested>(at); },
                  [&](std::uintptr_t address) {
                      std::ostringstream text;
                      text << "fault";
@@ -223,6 +244,9 @@ TEST_P(BlockSearch, EqualsThePlainLoop)
         filled += buffers[slots].data()[0] > 1;
     }
     EXPECT_GT(filled, cases / 50) << "too few cases with several clusters to mean much";
+#ifdef UTILS_SSE_STACK_POSITIONS
+    EXPECT_GE(stack_positions::fewest_calls(), 10u) << "calls with each position of the stack";
+#endif
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, BlockSearch, testing::Bool(),

@@ -5,6 +5,7 @@
 #include "fault.h"
 #include "guarded_buffer.h"
 #include "operations.h"
+#include "stack_positions.h"
 #include "test_data.h"
 
 #include <gtest/gtest.h>
@@ -476,10 +477,17 @@ class Sweep : public testing::TestWithParam<std::size_t>
 
 TEST_P(Sweep, EqualsThePlainLoop)
 {
-    const Operation& operation = operations::all()[GetParam()];
+    Operation operation = operations::all()[GetParam()];
+#ifdef UTILS_SSE_STACK_POSITIONS
+    operation.function = stack_positions::entered(operation.function);
+    stack_positions::fewest_calls();
+#endif
     Sweeper sweeper(operation, operations::plain_reference_functions[GetParam()], static_cast<unsigned>(GetParam()));
     if (const Failure failure = sweeper.run())
         FAIL() << *failure;
+#ifdef UTILS_SSE_STACK_POSITIONS
+    EXPECT_GE(stack_positions::fewest_calls(), 10u) << "calls with each position of the stack";
+#endif
 }
 
 std::string test_name(const testing::TestParamInfo<std::size_t>& test)
