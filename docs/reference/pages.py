@@ -88,6 +88,17 @@ def in_words(arguments, key, count):
 # ---- The table -------------------------------------------------------------------------------------------------------
 
 
+def sharing(operation):
+    """Pairs of one destination in one line, then larger sets."""
+    pairs = {}
+    for names in operation["may_equal"]:
+        if len(names) == 2:
+            pairs.setdefault(names[0], []).append(names[1])
+    lines = [f"{first} = {', '.join(others)}" for first, others in pairs.items()]
+    lines += [" = ".join(names) for names in operation["may_equal"] if len(names) > 2]
+    return "\n".join(lines + ([operation["may_equal_sometimes"]] if operation["may_equal_sometimes"] else []))
+
+
 def facts_of(operation):
     arguments = [argument for argument in operation["arguments"] if "extent" in argument]
     length = next(a["name"] for a in operation["arguments"] if a.get("length"))
@@ -102,7 +113,7 @@ def facts_of(operation):
     return [
         str(operation["block"]),
         "\n".join(f"{bytes_}: {', '.join(names)} {condition}".strip() for (bytes_, condition), names in alignment.items()),
-        "\n".join([" = ".join(names) for names in operation["may_equal"]] + [operation["may_equal_sometimes"] or ""]).strip(),
+        sharing(operation),
         "\n".join(beyond + before),
         operation["writes_beyond"] or "",
         operation["body_and_tail"] or "",
@@ -120,8 +131,8 @@ and reads is tried on the compiled library. An empty cell means that the rules h
 
 - **Block:** elements in one step of the body; the rest is the tail.
 - **Alignment:** bytes, and the arguments that need them. All others may lie anywhere.
-- **In place:** destinations that may equal other arrays. A list of frames stands for any of them. Every other overlap of a destination is
-  outside the contract.
+- **In place:** destinations that may equal one of the arrays named, or where three or more are joined, all of them at once. A list of frames
+  stands for any of these. Every other overlap of a destination is outside the contract.
 - **Reads outside:** elements behind an array that may be read and do not matter, and elements before its start that take part.
 - **Writes besides:** what a function writes within its outputs besides its results.
 
