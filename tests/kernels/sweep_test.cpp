@@ -1,6 +1,6 @@
 // Every operation of the table against its plain loop, bit for bit: every length past several blocks and some long ones,
 // inaccessible pages at both ends of every array, all misalignments, every allowed sharing of memory, poisoned outputs.
-// UTILS_SSE_SEED in the environment chooses other numbers; UTILS_SSE_EFFORT=quick runs every third length with fewer
+// UTILS_SSE_SEED in the environment chooses other numbers; UTILS_SSE_EFFORT=quick runs every third length beyond 20 with fewer
 // counts and data sets, for emulated processors: still body, groups and tail of every function.
 #include "fault.h"
 #include "guarded_buffer.h"
@@ -44,7 +44,7 @@ unsigned seed()
 // How much is run.
 struct Effort
 {
-    int step;                 // from one length to the next
+    int step;                 // from one length to the next, from 20 on
     std::size_t combinations; // of other counts, with each length up to several blocks
     int data_sets;
     std::size_t long_combinations; // with each of the long lengths
@@ -135,7 +135,7 @@ public:
     {
         const Effort e = effort();
         const int all_up_to = std::max(70, 9 * operation_.block);
-        for (int length = 0; length <= all_up_to; length += e.step)
+        for (int length = 0; length <= all_up_to; length += length < 20 ? 1 : e.step)
             if (Failure failure = run_length(length, e.combinations, e.data_sets))
                 return failure;
         for (const long long length : {INT_MIN, -17, -5, -1, 255, 256, 257, 300, 1023, 4099})
