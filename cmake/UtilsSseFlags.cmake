@@ -32,6 +32,11 @@ function(utils_sse_kernel_code target)
                            $<$<CXX_COMPILER_ID:GNU>:-fno-tree-loop-distribute-patterns>
                            -fno-math-errno -fno-exceptions -fno-rtti)
   endif()
+  if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT MSVC)
+    # Although told to align its stack itself, Clang loads four arguments at a time as one vector and expects these to lie
+    # aligned.
+    target_compile_options(${target} PRIVATE -mstack-alignment=4)
+  endif()
 endfunction()
 
 # Sources that may use instructions up to SSE4.1 (MSVC has no such switch and needs none). What they share with other sources

@@ -62,7 +62,10 @@
 class UTILS_SSE_API CUtils_SSE
 {
 public:
-    /** Copies nothing (there is nothing to copy) and returns this object. */
+    /** Copies nothing (there is nothing to copy).
+     *  @param other  any object
+     *  @return this object
+     */
     CUtils_SSE& operator=(const CUtils_SSE& other);
 
     /** @name Aligned memory
@@ -1665,7 +1668,12 @@ public:
      */
     static double UTILS_SSE_CALL Correlation(const short* a, const short* b, int n);
 
-    /** Correlation() with sums, N and division in single precision. */
+    /** Correlation() with sums, N and division in single precision.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return the mean product; NaN for n <= 0
+     */
     static float UTILS_SSE_CALL CorrelationF(const short* a, const short* b, int n);
 
     /** Normalised correlation, the cosine of the angle between the segments: AB / sqrt(AA * BB). No means are removed.
@@ -1676,7 +1684,12 @@ public:
      */
     static double UTILS_SSE_CALL NormalizedCorrelation(const short* a, const short* b, int n);
 
-    /** NormalizedCorrelation() in single precision throughout; the root is correctly rounded. */
+    /** NormalizedCorrelation() in single precision throughout; the root is correctly rounded.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return -1 .. 1, within rounding; NaN as there
+     */
     static float UTILS_SSE_CALL NormalizedCorrelationF(const short* a, const short* b, int n);
 
     /** Normalised covariance, Pearson's coefficient: the correlation of the segments without their means.
@@ -1696,7 +1709,12 @@ public:
     static double UTILS_SSE_CALL NormalizedCovariance(const short* a, const short* b, int n);
 
     /** NormalizedCovariance() in single precision throughout; each root is correctly rounded. Variances that are small beside
-     *  the squared mean drown in rounding: remove a large mean first, or use the double form. */
+     *  the squared mean drown in rounding: remove a large mean first, or use the double form.
+     *  @param[in] a  n samples
+     *  @param[in] b  n samples
+     *  @param     n  number of samples; block 8
+     *  @return -1 .. 1, within rounding; NaN and arbitrary results as there
+     */
     static float UTILS_SSE_CALL NormalizedCovarianceF(const short* a, const short* b, int n);
 
     /** Sum of absolute differences of floats, |a[i] - b[i]| in four lanes (see the rules above).

@@ -236,6 +236,18 @@ inline Fact body_and_tail(const char* difference)
     return [=](Operation& operation) { operation.body_and_tail = difference; };
 }
 
+/** Sharing that only some counts allow: known answers test it. */
+inline Fact may_equal_sometimes(const char* which)
+{
+    return [=](Operation& operation) { operation.equal_sometimes = which; };
+}
+
+/** What is written besides the results, within the extents of the outputs. */
+inline Fact writes_beyond(const char* what)
+{
+    return [=](Operation& operation) { operation.writes_beyond = what; };
+}
+
 inline Fact instruction_set(const char* name)
 {
     return [=](Operation& operation) { operation.instruction_set = name; };

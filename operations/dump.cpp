@@ -97,6 +97,10 @@ std::string json(const Operation& operation)
         operation.arguments, [](const Argument& argument) { return json(argument); }, ",\n      ");
     text += "],\n     \"may_equal\": [" + listed(operation.equal, set_of_names) + "],\n     \"body_and_tail\": ";
     text += operation.body_and_tail.empty() ? "null" : quoted(operation.body_and_tail);
+    text += ",\n     \"may_equal_sometimes\": ";
+    text += operation.equal_sometimes.empty() ? "null" : quoted(operation.equal_sometimes);
+    text += ",\n     \"writes_beyond\": ";
+    text += operation.writes_beyond.empty() ? "null" : quoted(operation.writes_beyond);
     text += ",\n     \"own_cases\": ";
     text += operation.own_cases.empty() ? "null" : quoted(operation.own_cases);
     return text + "}";

@@ -142,8 +142,10 @@ struct Operation
     int block = 1;                               ///< elements in one step of the body
     std::vector<std::vector<std::size_t>> equal; ///< sets of arguments that may be one and the same array (or of a list: one
                                                  ///< of its arrays)
+    std::string equal_sometimes;                 ///< sharing that only some counts allow, in words; tests do not drive it
     bool takes_ensemble = false;                 ///< a call handles the few samples of one pixel
     std::string body_and_tail;                   ///< how they differ; empty if they agree
+    std::string writes_beyond;                   ///< what is written besides the results; empty if nothing
     std::string instruction_set = "SSE2";
     std::string own_cases;          ///< why the general tests and benchmarks cannot drive it; empty if they do
     AnyFunction function = nullptr; ///< the library's

@@ -1,5 +1,6 @@
 // The block-matching searches against their plain loops, bit for bit. UTILS_SSE_SEED in the environment chooses other numbers.
 #include "block_search_trial.h"
+#include "stack_positions.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,15 @@ class BlockSearch : public testing::TestWithParam<bool>
 TEST_P(BlockSearch, EqualsThePlainLoop)
 {
     Random random(seed_of_tests() * 1000u + GetParam());
-    BlockSearchTrial trial(GetParam());
+    Searches searches;
+#ifdef UTILS_SSE_STACK_POSITIONS
+    if (GetParam())
+        searches.FineCorrelation = stack_positions::entered(searches.FineCorrelation);
+    else
+        searches.RoughCorrelation = stack_positions::entered(searches.RoughCorrelation);
+    stack_positions::fewest_calls();
+#endif
+    BlockSearchTrial trial(GetParam(), searches);
     const int cases = GetParam() ? 600 : 4000;
     int filled = 0;
     for (int i = 0; i < cases; ++i) {
@@ -21,6 +30,9 @@ TEST_P(BlockSearch, EqualsThePlainLoop)
         filled += trial.clusters() > 1;
     }
     EXPECT_GT(filled, cases / 50) << "too few cases with several clusters to mean much";
+#ifdef UTILS_SSE_STACK_POSITIONS
+    EXPECT_GE(stack_positions::fewest_calls(), 10u) << "calls with each position of the stack";
+#endif
 }
 
 INSTANTIATE_TEST_SUITE_P(Kernels, BlockSearch, testing::Bool(),

@@ -1,7 +1,6 @@
 #include "block_search_trial.h"
 
 #include "fault.h"
-#include "utils_sse.h"
 
 #include <climits>
 #include <cmath>
@@ -46,17 +45,16 @@ struct Case
     float deviation = 0, mean = 0;
     std::vector<Bytes> before = std::vector<Bytes>(arrays);
 
-    template <class Library>
-    void call(unsigned char* const* at) const
+    void call(const Searches& searches, unsigned char* const* at) const
     {
         const auto list = [&](Array a) { return reinterpret_cast<unsigned short*>(at[a]); };
         const auto ints = [&](Array a) { return reinterpret_cast<int*>(at[a]); };
         if (fine)
-            Library::FineCorrelation(at[image], list(row_in), list(column_in), list(row_out), list(column_out), count,
+            searches.FineCorrelation(at[image], list(row_in), list(column_in), list(row_out), list(column_out), count,
                                      ints(slots), at[work], at[reference], at[best], half, stride, rows, ints(scratch), width,
                                      deviation, mean, threshold, column_offset);
         else
-            Library::RoughCorrelation(at[image], list(row_in), list(column_in), list(row_out), list(column_out), count,
+            searches.RoughCorrelation(at[image], list(row_in), list(column_in), list(row_out), list(column_out), count,
                                       ints(slots), at[work], at[reference], at[best], half, stride, rows, ints(scratch), width,
                                       deviation, mean, threshold);
     }
@@ -152,13 +150,13 @@ Case random_case(Random& random, bool fine, bool wrapping)
     return c;
 }
 
-Failure difference(const Case& c, std::vector<GuardedBuffer>& buffers, Random& random)
+Failure difference(const Case& c, const Searches& searches, std::vector<GuardedBuffer>& buffers, Random& random)
 {
     std::vector<Bytes> expected = c.before;
     unsigned char* at[arrays];
     for (int a = 0; a < arrays; ++a)
         at[a] = expected[static_cast<std::size_t>(a)].data();
-    c.call<plain_block_search>(at);
+    c.call({&plain_block_search::RoughCorrelation, &plain_block_search::FineCorrelation}, at);
     for (std::size_t a = 0; a < arrays; ++a) {
         const Bytes& bytes = c.before[a];
         buffers[a].place(bytes.size(), alignments[a], below(random, 2) ? Against::end : Against::start, 0, 0xa5);
@@ -167,7 +165,7 @@ Failure difference(const Case& c, std::vector<GuardedBuffer>& buffers, Random& r
             std::memcpy(at[a], bytes.data(), bytes.size());
     }
     const auto fault =
-        fault_of([&] { c.call<CUtils_SSE>(at); },
+        fault_of([&] { c.call(searches, at); },
                  [&](std::uintptr_t address) {
                      std::ostringstream text;
                      text << "fault";
@@ -193,12 +191,12 @@ Failure difference(const Case& c, std::vector<GuardedBuffer>& buffers, Random& r
 
 } // namespace
 
-BlockSearchTrial::BlockSearchTrial(bool fine) : fine_(fine), buffers_(arrays) {}
+BlockSearchTrial::BlockSearchTrial(bool fine, const Searches& searches) : fine_(fine), searches_(searches), buffers_(arrays) {}
 
 Failure BlockSearchTrial::any(Random& random, bool wrapping)
 {
     const Case c = random_case(random, fine_, wrapping);
-    Failure failure = difference(c, buffers_, random);
+    Failure failure = difference(c, searches_, buffers_, random);
     if (failure)
         *failure += "\n  " + c.describe();
     return failure;

@@ -6,11 +6,19 @@
 #define UTILS_SSE_BLOCK_SEARCH_TRIAL_H
 
 #include "trial.h"
+#include "utils_sse.h"
+
+/** What is tested: the library's searches. */
+struct Searches
+{
+    decltype(&CUtils_SSE::RoughCorrelation) RoughCorrelation = &CUtils_SSE::RoughCorrelation;
+    decltype(&CUtils_SSE::FineCorrelation) FineCorrelation = &CUtils_SSE::FineCorrelation;
+};
 
 class BlockSearchTrial
 {
 public:
-    explicit BlockSearchTrial(bool fine);
+    explicit BlockSearchTrial(bool fine, const Searches& searches = Searches());
 
     /** As Trial::any(); `wrapping` makes a large block whose sums of squares pass 2^31. */
     Failure any(Random& random, bool wrapping);
@@ -19,6 +27,7 @@ public:
 
 private:
     bool fine_;
+    Searches searches_;
     std::vector<GuardedBuffer> buffers_;
 };
 

@@ -1,11 +1,15 @@
 // Every operation of the table against its plain loop, bit for bit: every length past several blocks and some long ones,
 // inaccessible pages at both ends of every array, all misalignments, every allowed sharing of memory, poisoned outputs.
-// UTILS_SSE_SEED in the environment chooses other numbers.
+// UTILS_SSE_SEED in the environment chooses other numbers; UTILS_SSE_EFFORT=quick runs every third length beyond 20 with fewer
+// counts and data sets, for emulated processors: still body, groups and tail of every function.
+#include "stack_positions.h"
 #include "trial.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdlib>
+#include <cstring>
 
 namespace operations {
 extern void (*const plain_reference_functions[])();
@@ -16,27 +20,54 @@ namespace {
 using operations::Operation;
 using Places = Trial::Places;
 
+// How much is run.
+struct Effort
+{
+    int step;                 // from one length to the next, from 20 on
+    std::size_t combinations; // of other counts, with each length up to several blocks
+    int data_sets;
+    std::size_t long_combinations; // with each of the long lengths
+    int long_data_sets;
+};
+
+Effort effort()
+{
+    const char* const text = std::getenv("UTILS_SSE_EFFORT");
+    return text && std::strcmp(text, "quick") == 0 ? Effort{3, 4, 2, 1, 1} : Effort{1, 16, 6, 4, 2};
+}
+
+Operation operation_under_test(std::size_t number)
+{
+    Operation operation = operations::all()[number];
+#ifdef UTILS_SSE_STACK_POSITIONS
+    operation.function = stack_positions::entered(operation.function);
+    stack_positions::fewest_calls();
+#endif
+    return operation;
+}
+
 class Sweeper
 {
 public:
     explicit Sweeper(std::size_t number)
-        : operation_(operations::all()[number]), trial_(operation_, operations::plain_reference_functions[number]),
+        : operation_(operation_under_test(number)), trial_(operation_, operations::plain_reference_functions[number]),
           random_(seed_of_tests() * 1000u + static_cast<unsigned>(number))
     {}
 
     Failure run()
     {
+        const Effort e = effort();
         const int all_up_to = std::max(70, 9 * operation_.block);
-        for (int length = 0; length <= all_up_to; ++length)
-            if (Failure failure = run_length(length, 16, 6))
+        for (int length = 0; length <= all_up_to; length += length < 20 ? 1 : e.step)
+            if (Failure failure = run_length(length, e.combinations, e.data_sets))
                 return failure;
         for (const long long length : {INT_MIN, -17, -5, -1, 255, 256, 257, 300, 1023, 4099})
             if (length > 300 && operation_.takes_ensemble)
                 break; // the matrix of 4099 firings fills 64 MB
-            else if (Failure failure = run_length(length, 4, 2))
+            else if (Failure failure = run_length(length, e.long_combinations, e.long_data_sets))
                 return failure;
         for (const long long length : operation_.length().swept)
-            if (Failure failure = run_length(length, 4, 2))
+            if (Failure failure = run_length(length, e.long_combinations, e.long_data_sets))
                 return failure;
         return std::nullopt;
     }
@@ -69,7 +100,7 @@ private:
         return std::nullopt;
     }
 
-    const Operation& operation_;
+    const Operation operation_;
     Trial trial_;
     Random random_;
 };
@@ -82,6 +113,9 @@ TEST_P(Sweep, EqualsThePlainLoop)
 {
     if (const Failure failure = Sweeper(GetParam()).run())
         FAIL() << *failure << "\n  UTILS_SSE_SEED=" << seed_of_tests();
+#ifdef UTILS_SSE_STACK_POSITIONS
+    EXPECT_GE(stack_positions::fewest_calls(), 10u) << "calls with each position of the stack";
+#endif
 }
 
 std::string test_name(const testing::TestParamInfo<std::size_t>& test)
