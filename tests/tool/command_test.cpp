@@ -20,8 +20,10 @@
 #include <set>
 #include <string>
 
+#ifndef _WIN32
 #include <sys/stat.h>
 #include <sys/wait.h>
+#endif
 
 using namespace echo2image;
 namespace fs = std::filesystem;
@@ -31,12 +33,19 @@ namespace {
 std::string program()
 {
     const char* named = std::getenv("ECHO2IMAGE");
-    return named != nullptr && *named != '\0' ? named : ECHO2IMAGE_PATH;
+    return fs::absolute(named != nullptr && *named != '\0' ? named : ECHO2IMAGE_PATH).string();
 }
 
 std::string content_of(const fs::path& file)
 {
     std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// What a program printed, with this system's ends of lines.
+std::string text_of(const fs::path& file)
+{
+    std::ifstream stream(file);
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
@@ -123,15 +132,23 @@ protected:
 
     void describe(const std::string& name, const std::string& text) { write_file(folder / (name + ".yml"), text); }
 
-    // Through a shell, in the test's folder; `before` may set limits.
-    Outcome run(const std::string& arguments, const std::string& before = "", const std::string& after = "") const
+    // Through a shell, in the test's folder; `before` may set limits (POSIX).
+    Outcome run(std::string arguments, const std::string& before = "", const std::string& after = "") const
     {
+#ifdef _WIN32
+        std::replace(arguments.begin(), arguments.end(), '\'', '"');
+        const std::string command = "cd /d \"" + folder.string() + "\" && \"" + program() + "\" " + arguments + " >\"" +
+                                    (streams / "out").string() + "\" 2>\"" + (streams / "err").string() + '"';
+        EXPECT_EQ(before + after, "");
+        const int code = std::system(command.c_str());
+#else
         const std::string command = "cd '" + folder.string() + "' || exit 99; (" + before + " exec '" + program() + "' " +
                                     arguments + " >'" + (streams / "out").string() + "' 2>'" + (streams / "err").string() +
                                     "') " + after;
         const int status = std::system(command.c_str());
         const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return {code, content_of(streams / "out"), content_of(streams / "err")};
+#endif
+        return {code, text_of(streams / "out"), text_of(streams / "err")};
     }
     std::set<std::string> files() const
     {
@@ -705,7 +722,9 @@ TEST_F(Commands, RefuseInOneLine)
         {"info .", "folder"},
         {"verify missing.png", "missing.png"},
         {"verify rf.yml", "PNG"},
+#ifndef _WIN32
         {"verify \"$(printf 'two\\nlines.png')\"", "lines.png"},
+#endif
     };
     for (const auto& [arguments, what] : cases)
         expect_refusal(arguments, what);
@@ -718,6 +737,8 @@ TEST_F(Commands, RefuseInOneLine)
     expect_refusal("bmode trap.yml -o rf.png", "recording itself");
     EXPECT_EQ(content_of(folder / "rf.png"), rf);
 }
+
+#ifndef _WIN32 // file size limits, signals, pipes
 
 TEST_F(Commands, LeaveNothingHalfWritten)
 {
@@ -759,5 +780,7 @@ TEST_F(Commands, FollowLinksAndLeavePipesAlone)
         expect_refusal(std::string("bmode rf.yml -o ") + name, "pipe");
     EXPECT_TRUE(fs::is_fifo(folder / "pipe.png"));
 }
+
+#endif
 
 } // namespace

@@ -28,6 +28,7 @@ int run(int argc, char** argv)
 {
     CLI::App program("Ultrasound recordings in, pictures out.", "echo2image");
     program.set_version_flag("--version", program_version());
+    program.allow_windows_style_options(false); // /folder/picture.png is a file
     program.require_subcommand(1);
     program.footer("echo2image COMMAND --help says more about a command.");
     const Command commands[] = {add_bmode_command(program),  add_colour_command(program), add_demo_command(program),
