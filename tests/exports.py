@@ -39,9 +39,15 @@ def declarations(header):
     return found
 
 
-def symbols(library, nm):
-    output = subprocess.run([nm, "-D", "-C", "--defined-only", library], check=True, capture_output=True, text=True).stdout
-    return {line.split(maxsplit=2)[2] for line in output.splitlines() if len(line.split(maxsplit=2)) == 3}
+def symbols(library, nm, objdump):
+    """Demangled names of what the dynamic library exports, ELF or Windows."""
+    if not library.endswith(".dll"):
+        output = subprocess.run([nm, "-D", "-C", "--defined-only", library], check=True, capture_output=True, text=True).stdout
+        return {line.split(maxsplit=2)[2] for line in output.splitlines() if len(line.split(maxsplit=2)) == 3}
+    output = subprocess.run([objdump, "-p", library], check=True, capture_output=True, text=True).stdout
+    names = re.findall(r"^\t\[ *\d+\] (\S+)$", output[output.index("[Ordinal/Name Pointer] Table") :], flags=re.M)
+    demangled = subprocess.run(["c++filt"], input="\n".join(names), check=True, capture_output=True, text=True).stdout
+    return set(demangled.splitlines())
 
 
 def main():
@@ -50,6 +56,7 @@ def main():
     parser.add_argument("--table", required=True, nargs="+", help="command that prints the table: utils_sse_operations")
     parser.add_argument("--library", help="the dynamic library")
     parser.add_argument("--nm", default="nm")
+    parser.add_argument("--objdump", default="objdump")
     options = parser.parse_args()
 
     declared = declarations(options.header)
@@ -59,7 +66,7 @@ def main():
 
     sets = {"header": set(declared), "table": set(listed)}
     if options.library:
-        sets["library"] = symbols(options.library, options.nm)
+        sets["library"] = symbols(options.library, options.nm, options.objdump)
     faults = []
     for here, names in sets.items():
         for there, others in sets.items():
