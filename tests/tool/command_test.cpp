@@ -20,7 +20,9 @@
 #include <set>
 #include <string>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <sys/stat.h>
 #include <sys/wait.h>
 #endif
@@ -53,6 +55,33 @@ void write_file(const fs::path& file, const std::string& content)
 {
     std::ofstream(file, std::ios::binary) << content;
 }
+
+#ifdef _WIN32
+int run_in(const fs::path& folder, std::string command, const fs::path& out, const fs::path& err)
+{
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    const auto file = [&](const fs::path& name) {
+        return CreateFileW(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited, CREATE_ALWAYS, 0, nullptr);
+    };
+    STARTUPINFOA streams = {};
+    streams.cb = sizeof streams;
+    streams.dwFlags = STARTF_USESTDHANDLES;
+    streams.hStdOutput = file(out);
+    streams.hStdError = file(err);
+    PROCESS_INFORMATION process = {};
+    DWORD code = 99;
+    if (CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, folder.string().c_str(), &streams,
+                       &process)) {
+        WaitForSingleObject(process.hProcess, INFINITE);
+        GetExitCodeProcess(process.hProcess, &code);
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+    }
+    CloseHandle(streams.hStdOutput);
+    CloseHandle(streams.hStdError);
+    return static_cast<int>(code);
+}
+#endif
 
 struct Outcome
 {
@@ -132,15 +161,13 @@ protected:
 
     void describe(const std::string& name, const std::string& text) { write_file(folder / (name + ".yml"), text); }
 
-    // Through a shell, in the test's folder; `before` may set limits (POSIX).
+    // In the test's folder, through a shell on POSIX, where `before` may set limits.
     Outcome run(std::string arguments, const std::string& before = "", const std::string& after = "") const
     {
 #ifdef _WIN32
-        std::replace(arguments.begin(), arguments.end(), '\'', '"');
-        const std::string command = "cd /d \"" + folder.string() + "\" && \"" + program() + "\" " + arguments + " >\"" +
-                                    (streams / "out").string() + "\" 2>\"" + (streams / "err").string() + '"';
         EXPECT_EQ(before + after, "");
-        const int code = std::system(command.c_str());
+        std::replace(arguments.begin(), arguments.end(), '\'', '"');
+        const int code = run_in(folder, '"' + program() + "\" " + arguments, streams / "out", streams / "err");
 #else
         const std::string command = "cd '" + folder.string() + "' || exit 99; (" + before + " exec '" + program() + "' " +
                                     arguments + " >'" + (streams / "out").string() + "' 2>'" + (streams / "err").string() +
