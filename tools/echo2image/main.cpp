@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -51,6 +52,9 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+#ifdef _WIN32
+    std::setlocale(LC_CTYPE, ""); // arguments come in the code page of the system; std::filesystem::path asks for it
+#endif
     note_signals();
     int code = exit_bad_input;
     try {

@@ -1,6 +1,7 @@
 #include "output_file.h"
 
 #include "bad_input.h"
+#include "open_file.h"
 
 #include <cerrno>
 #include <csignal>
@@ -83,7 +84,7 @@ void check_target(const fs::path& target)
     if (!fs::is_regular_file(status))
         throw BadInput(where + "it is a device or pipe, not a file");
     // Renaming would replace a file that the user has protected.
-    std::FILE* existing = std::fopen(real.string().c_str(), "r+b");
+    std::FILE* existing = open_file(real, "r+b");
     if (existing == nullptr)
         throw BadInput(where + reason(errno));
     std::fclose(existing);
