@@ -79,7 +79,7 @@ check_imports() {
     found=$("$2-objdump" -p "$1" | sed -n 's/^\tDLL Name: //p')
     strange=$(grep -vxE 'KERNEL32\.dll|msvcrt\.dll|utils_sse\.dll' <<<"$found" || true)
     [ -n "$found" ] && [ -z "$strange" ] || die "$1: imports ${found//$'\n'/, }; expected system DLLs and utils_sse.dll"
-    echo "$(basename "$1"): imports ${found//$'\n'/, }"
+    echo "$(basename "$1") ($2): imports ${found//$'\n'/, }"
 }
 check_imports $folder/echo2image.exe x86_64-w64-mingw32
 for build in mingw64-ON:x86_64 mingw32-ON:i686; do
