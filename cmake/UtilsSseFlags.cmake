@@ -51,6 +51,7 @@ endfunction()
 function(utils_sse_warnings target)
   if(MSVC)
     target_compile_options(${target} PRIVATE /W4 $<$<BOOL:${UTILS_SSE_WERROR}>:/WX>)
+    target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS) # getenv() and fopen() are no faults
   else()
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
                            $<$<BOOL:${UTILS_SSE_WERROR}>:-Werror>)

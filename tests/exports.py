@@ -41,8 +41,16 @@ def declarations(header):
 
 
 def symbols(library, nm, which):
+    """Demangled names of what an ELF library or an archive defines."""
     output = subprocess.run([nm, which, "-C", "--defined-only", library], check=True, capture_output=True, text=True).stdout
     return {line.split(maxsplit=2)[2] for line in output.splitlines() if len(line.split(maxsplit=2)) == 3}
+
+
+def exported_by_dll(library, objdump):
+    output = subprocess.run([objdump, "-p", library], check=True, capture_output=True, text=True).stdout
+    names = re.findall(r"^\t\[ *\d+\] (\S+)$", output[output.index("[Ordinal/Name Pointer] Table") :], flags=re.M)
+    demangled = subprocess.run(["c++filt"], input="\n".join(names), check=True, capture_output=True, text=True).stdout
+    return set(demangled.splitlines())
 
 
 def main():
@@ -52,6 +60,7 @@ def main():
     parser.add_argument("--library", help="the dynamic library")
     parser.add_argument("--archive", help="the static library")
     parser.add_argument("--nm", default="nm")
+    parser.add_argument("--objdump", default="objdump")
     options = parser.parse_args()
 
     declared = declarations(options.header)
@@ -63,7 +72,8 @@ def main():
         listed = {**operations, **{entry["signature"]: entry for entry in table["other_exports"]}}
         sets["table"] = set(listed)
     if options.library:
-        sets["library"] = symbols(options.library, options.nm, "--dynamic")
+        dll = options.library.endswith(".dll")
+        sets["library"] = exported_by_dll(options.library, options.objdump) if dll else symbols(options.library, options.nm, "--dynamic")
     if options.archive:
         sets["static library"] = symbols(options.archive, options.nm, "--extern-only")
     faults = []

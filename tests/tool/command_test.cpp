@@ -20,8 +20,12 @@
 #include <set>
 #include <string>
 
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <sys/stat.h>
 #include <sys/wait.h>
+#endif
 
 using namespace echo2image;
 namespace fs = std::filesystem;
@@ -31,7 +35,7 @@ namespace {
 std::string program()
 {
     const char* named = std::getenv("ECHO2IMAGE");
-    return named != nullptr && *named != '\0' ? named : ECHO2IMAGE_PATH;
+    return fs::absolute(named != nullptr && *named != '\0' ? named : ECHO2IMAGE_PATH).string();
 }
 
 std::string content_of(const fs::path& file)
@@ -40,10 +44,44 @@ std::string content_of(const fs::path& file)
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+// What a program printed, with this system's ends of lines.
+std::string text_of(const fs::path& file)
+{
+    std::ifstream stream(file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 void write_file(const fs::path& file, const std::string& content)
 {
     std::ofstream(file, std::ios::binary) << content;
 }
+
+#ifdef _WIN32
+int run_in(const fs::path& folder, std::string command, const fs::path& out, const fs::path& err)
+{
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    const auto file = [&](const fs::path& name) {
+        return CreateFileW(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited, CREATE_ALWAYS, 0, nullptr);
+    };
+    STARTUPINFOA streams = {};
+    streams.cb = sizeof streams;
+    streams.dwFlags = STARTF_USESTDHANDLES;
+    streams.hStdOutput = file(out);
+    streams.hStdError = file(err);
+    PROCESS_INFORMATION process = {};
+    DWORD code = 99;
+    if (CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, folder.string().c_str(), &streams,
+                       &process)) {
+        WaitForSingleObject(process.hProcess, INFINITE);
+        GetExitCodeProcess(process.hProcess, &code);
+        CloseHandle(process.hThread);
+        CloseHandle(process.hProcess);
+    }
+    CloseHandle(streams.hStdOutput);
+    CloseHandle(streams.hStdError);
+    return static_cast<int>(code);
+}
+#endif
 
 struct Outcome
 {
@@ -123,15 +161,21 @@ protected:
 
     void describe(const std::string& name, const std::string& text) { write_file(folder / (name + ".yml"), text); }
 
-    // Through a shell, in the test's folder; `before` may set limits.
-    Outcome run(const std::string& arguments, const std::string& before = "", const std::string& after = "") const
+    // In the test's folder, through a shell on POSIX, where `before` may set limits.
+    Outcome run(std::string arguments, const std::string& before = "", const std::string& after = "") const
     {
+#ifdef _WIN32
+        EXPECT_EQ(before + after, "");
+        std::replace(arguments.begin(), arguments.end(), '\'', '"');
+        const int code = run_in(folder, '"' + program() + "\" " + arguments, streams / "out", streams / "err");
+#else
         const std::string command = "cd '" + folder.string() + "' || exit 99; (" + before + " exec '" + program() + "' " +
                                     arguments + " >'" + (streams / "out").string() + "' 2>'" + (streams / "err").string() +
                                     "') " + after;
         const int status = std::system(command.c_str());
         const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return {code, content_of(streams / "out"), content_of(streams / "err")};
+#endif
+        return {code, text_of(streams / "out"), text_of(streams / "err")};
     }
     std::set<std::string> files() const
     {
@@ -722,7 +766,9 @@ TEST_F(Commands, RefuseInOneLine)
         {"info .", "folder"},
         {"verify missing.png", "missing.png"},
         {"verify rf.yml", "PNG"},
+#ifndef _WIN32
         {"verify \"$(printf 'two\\nlines.png')\"", "lines.png"},
+#endif
     };
     for (const auto& [arguments, what] : cases)
         expect_refusal(arguments, what);
@@ -735,6 +781,8 @@ TEST_F(Commands, RefuseInOneLine)
     expect_refusal("bmode trap.yml -o rf.png", "recording itself");
     EXPECT_EQ(content_of(folder / "rf.png"), rf);
 }
+
+#ifndef _WIN32 // file size limits, signals, pipes
 
 TEST_F(Commands, LeaveNothingHalfWritten)
 {
@@ -776,5 +824,7 @@ TEST_F(Commands, FollowLinksAndLeavePipesAlone)
         expect_refusal(std::string("bmode rf.yml -o ") + name, "pipe");
     EXPECT_TRUE(fs::is_fifo(folder / "pipe.png"));
 }
+
+#endif
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -28,6 +29,7 @@ int run(int argc, char** argv)
 {
     CLI::App program("Ultrasound recordings in, pictures out.", "echo2image");
     program.set_version_flag("--version", program_version());
+    program.allow_windows_style_options(false); // /folder/picture.png is a file
     program.require_subcommand(1);
     program.footer("echo2image COMMAND --help says more about a command.");
     const Command commands[] = {add_bmode_command(program),  add_colour_command(program), add_demo_command(program),
@@ -50,6 +52,9 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+#ifdef _WIN32
+    std::setlocale(LC_CTYPE, ""); // arguments come in the code page of the system; std::filesystem::path asks for it
+#endif
     note_signals();
     int code = exit_bad_input;
     try {

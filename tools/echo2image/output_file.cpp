@@ -1,6 +1,7 @@
 #include "output_file.h"
 
 #include "bad_input.h"
+#include "open_file.h"
 
 #include <cerrno>
 #include <csignal>
@@ -9,6 +10,12 @@
 #include <string>
 #include <system_error>
 #include <utility>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
+#endif
 
 namespace echo2image {
 
@@ -40,6 +47,18 @@ fs::path followed(const fs::path& target)
     return real;
 }
 
+// A file that did not exist; null with errno EEXIST when it does.
+std::FILE* new_file(const fs::path& file)
+{
+#ifdef _WIN32
+    // fopen() in the C runtime that every Windows has knows no "x".
+    const int handle = _wopen(file.c_str(), _O_CREAT | _O_EXCL | _O_BINARY | _O_WRONLY, _S_IREAD | _S_IWRITE);
+    return handle < 0 ? nullptr : _fdopen(handle, "wb");
+#else
+    return std::fopen(file.c_str(), "wbx");
+#endif
+}
+
 fs::path folder_of(const fs::path& file)
 {
     return file.has_parent_path() ? file.parent_path() : fs::path(".");
@@ -65,7 +84,7 @@ void check_target(const fs::path& target)
     if (!fs::is_regular_file(status))
         throw BadInput(where + "it is a device or pipe, not a file");
     // Renaming would replace a file that the user has protected.
-    std::FILE* existing = std::fopen(real.string().c_str(), "r+b");
+    std::FILE* existing = open_file(real, "r+b");
     if (existing == nullptr)
         throw BadInput(where + reason(errno));
     std::fclose(existing);
@@ -81,7 +100,7 @@ OutputFile::OutputFile(const fs::path& target) : named_(target)
         std::snprintf(suffix, sizeof suffix, ".%08x", static_cast<unsigned int>(random()));
         temporary_ = folder_of(target_) / ("." + target_.filename().string().substr(0, 200) + suffix);
         errno = 0;
-        stream_ = std::fopen(temporary_.string().c_str(), "wbx");
+        stream_ = new_file(temporary_);
         if (stream_ != nullptr)
             return;
         if (errno != EEXIST || attempt == 100)

@@ -1,6 +1,7 @@
 #include "png_file.h"
 
 #include "bad_input.h"
+#include "open_file.h"
 
 #include <utils_sse.h>
 
@@ -36,7 +37,7 @@ File open_for_reading(const fs::path& path)
     std::error_code error;
     if (fs::is_directory(path, error))
         throw BadInput(path.string() + ": a file is expected, found a folder");
-    File file(std::fopen(path.string().c_str(), "rb"), std::fclose);
+    File file(open_file(path, "rb"), std::fclose);
     if (file == nullptr)
         throw BadInput(path.string() + ": cannot be opened: " + std::strerror(errno));
     return file;

@@ -36,7 +36,7 @@ Progress::Progress(std::string what, std::int64_t total)
 Progress::~Progress()
 {
     if (shown_)
-        std::fprintf(stderr, "\r\033[K");
+        std::fprintf(stderr, "\r%*s\r", shown_width_, ""); // blanks: not every Windows console knows escape sequences
 }
 
 void Progress::step()
@@ -47,8 +47,8 @@ void Progress::step()
     const int filled = static_cast<int>(bar_width * std::clamp<std::int64_t>(done_, 0, total_) / total_);
     std::string bar(static_cast<std::size_t>(filled), '=');
     bar.resize(bar_width, ' ');
-    std::fprintf(stderr, "\r%s [%s] %lld/%lld", what_.c_str(), bar.c_str(), static_cast<long long>(done_),
-                 static_cast<long long>(total_));
+    shown_width_ = std::fprintf(stderr, "\r%s [%s] %lld/%lld", what_.c_str(), bar.c_str(), static_cast<long long>(done_),
+                                static_cast<long long>(total_));
     std::fflush(stderr);
 }
 

@@ -20,6 +20,7 @@ private:
     std::int64_t total_;
     std::int64_t done_ = -1;
     bool shown_;
+    int shown_width_ = 0;
 };
 
 } // namespace echo2image
