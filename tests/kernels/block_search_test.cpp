@@ -13,7 +13,7 @@ class BlockSearch : public testing::TestWithParam<bool>
 TEST_P(BlockSearch, EqualsThePlainLoop)
 {
     Random random(seed_of_tests() * 1000u + GetParam());
-    Searches searches;
+    Searches searches = kTestedSearches;
 #ifdef UTILS_SSE_STACK_POSITIONS
     if (GetParam())
         searches.FineCorrelation = stack_positions::entered(searches.FineCorrelation);
@@ -21,7 +21,7 @@ TEST_P(BlockSearch, EqualsThePlainLoop)
         searches.RoughCorrelation = stack_positions::entered(searches.RoughCorrelation);
     stack_positions::fewest_calls();
 #endif
-    BlockSearchTrial trial(GetParam(), searches);
+    BlockSearchTrial trial(GetParam(), searches, plain_searches);
     const int cases = GetParam() ? 600 : 4000;
     int filled = 0;
     for (int i = 0; i < cases; ++i) {

@@ -150,13 +150,14 @@ Case random_case(Random& random, bool fine, bool wrapping)
     return c;
 }
 
-Failure difference(const Case& c, const Searches& searches, std::vector<GuardedBuffer>& buffers, Random& random)
+Failure difference(const Case& c, const Searches& tested, const Searches& plain, std::vector<GuardedBuffer>& buffers,
+                   Random& random)
 {
     std::vector<Bytes> expected = c.before;
     unsigned char* at[arrays];
     for (int a = 0; a < arrays; ++a)
         at[a] = expected[static_cast<std::size_t>(a)].data();
-    c.call({&plain_block_search::RoughCorrelation, &plain_block_search::FineCorrelation}, at);
+    c.call(plain, at);
     for (std::size_t a = 0; a < arrays; ++a) {
         const Bytes& bytes = c.before[a];
         buffers[a].place(bytes.size(), alignments[a], below(random, 2) ? Against::end : Against::start, 0, 0xa5);
@@ -165,7 +166,7 @@ Failure difference(const Case& c, const Searches& searches, std::vector<GuardedB
             std::memcpy(at[a], bytes.data(), bytes.size());
     }
     const auto fault =
-        fault_of([&] { c.call(searches, at); },
+        fault_of([&] { c.call(tested, at); },
                  [&](std::uintptr_t address) {
                      std::ostringstream text;
                      text << "fault";
@@ -191,12 +192,16 @@ Failure difference(const Case& c, const Searches& searches, std::vector<GuardedB
 
 } // namespace
 
-BlockSearchTrial::BlockSearchTrial(bool fine, const Searches& searches) : fine_(fine), searches_(searches), buffers_(arrays) {}
+const Searches plain_searches = {&plain_block_search::RoughCorrelation, &plain_block_search::FineCorrelation};
+
+BlockSearchTrial::BlockSearchTrial(bool fine, const Searches& tested, const Searches& expected)
+    : fine_(fine), tested_(tested), expected_(expected), buffers_(arrays)
+{}
 
 Failure BlockSearchTrial::any(Random& random, bool wrapping)
 {
     const Case c = random_case(random, fine_, wrapping);
-    Failure failure = difference(c, searches_, buffers_, random);
+    Failure failure = difference(c, tested_, expected_, buffers_, random);
     if (failure)
         *failure += "\n  " + c.describe();
     return failure;

@@ -8,17 +8,21 @@
 #include "trial.h"
 #include "utils_sse.h"
 
-/** What is tested: the library's searches. */
 struct Searches
 {
-    decltype(&CUtils_SSE::RoughCorrelation) RoughCorrelation = &CUtils_SSE::RoughCorrelation;
-    decltype(&CUtils_SSE::FineCorrelation) FineCorrelation = &CUtils_SSE::FineCorrelation;
+    decltype(&CUtils_SSE::RoughCorrelation) RoughCorrelation;
+    decltype(&CUtils_SSE::FineCorrelation) FineCorrelation;
 };
+
+/** The library's. */
+constexpr Searches kTestedSearches = {&CUtils_SSE::RoughCorrelation, &CUtils_SSE::FineCorrelation};
+/** The plain loops. */
+extern const Searches plain_searches;
 
 class BlockSearchTrial
 {
 public:
-    explicit BlockSearchTrial(bool fine, const Searches& searches = Searches());
+    BlockSearchTrial(bool fine, const Searches& tested, const Searches& expected);
 
     /** As Trial::any(); `wrapping` makes a large block whose sums of squares pass 2^31. */
     Failure any(Random& random, bool wrapping);
@@ -27,7 +31,8 @@ public:
 
 private:
     bool fine_;
-    Searches searches_;
+    Searches tested_;
+    Searches expected_;
     std::vector<GuardedBuffer> buffers_;
 };
 

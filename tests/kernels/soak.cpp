@@ -1,6 +1,10 @@
-// soak [--calls N] [--threads N] [--seed N] [--only CALL]: random calls of all operations in turn, each next to its plain
-// loop, by several threads on data of their own. The number of a call and the seed decide everything about it.
+// soak [--calls N] [--threads N] [--seed N] [--only CALL] [--against LIBRARY]: random calls of all operations in turn, each
+// next to its plain loop or to another build of the library, by several threads on data of their own. The number of a call and
+// the seed decide everything about it.
 #include "trial.h"
+#if defined(__linux__)
+#include "other_build.h"
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -22,11 +26,12 @@ struct Options
     unsigned long threads = 2;
     unsigned long seed = 1;
     unsigned long only = std::numeric_limits<unsigned long>::max();
+    std::string against; // a library; empty: the plain loops
 };
 
 [[noreturn]] void usage()
 {
-    std::fputs("usage: soak [--calls N] [--threads N] [--seed N] [--only CALL]\n", stderr);
+    std::fputs("usage: soak [--calls N] [--threads N] [--seed N] [--only CALL] [--against LIBRARY]\n", stderr);
     std::exit(2);
 }
 
@@ -35,6 +40,10 @@ Options options_of(int count, char** words)
     Options options;
     for (int i = 1; i < count; i += 2) {
         const std::string name = words[i];
+        if (name == "--against" && i + 1 < count) {
+            options.against = words[i + 1];
+            continue;
+        }
         unsigned long* const option = name == "--calls"     ? &options.calls
                                       : name == "--threads" ? &options.threads
                                       : name == "--seed"    ? &options.seed
@@ -55,7 +64,9 @@ Options options_of(int count, char** words)
 class Soak
 {
 public:
-    explicit Soak(const Options& options) : options_(options), counts_(operations::all().size()) {}
+    Soak(const Options& options, const operations::AnyFunction* expected)
+        : options_(options), expected_(expected), counts_(operations::all().size())
+    {}
 
     bool run()
     {
@@ -73,7 +84,7 @@ private:
     // Rounds over all operations are dealt out to the threads, which start at different operations.
     void work(unsigned long thread)
     {
-        const auto trials = trials_of_all();
+        const auto trials = trials_of_all(expected_);
         const unsigned long operations = trials.size();
         std::vector<unsigned long> counts(operations);
         for (unsigned long first = thread * operations; first < options_.calls; first += options_.threads * operations)
@@ -107,6 +118,7 @@ private:
     }
 
     Options options_;
+    const operations::AnyFunction* expected_;
     const bool is_terminal_ = isatty(STDERR_FILENO) != 0;
     std::atomic<unsigned long> made_{0};
     std::atomic<bool> failed_{false};
@@ -122,11 +134,20 @@ int main(int count, char** words)
     std::printf("soak: seed %lu, %lu calls, %lu threads\n", options.seed, options.calls, options.threads);
     std::fflush(stdout);
     const auto start = std::chrono::steady_clock::now();
-    Soak soak(options);
+    std::vector<operations::AnyFunction> others;
+    if (!options.against.empty()) {
+#if defined(__linux__)
+        others = operations::functions_of_build(options.against);
+#endif
+        if (others.empty())
+            return 2;
+    }
+    Soak soak(options, others.empty() ? nullptr : others.data());
     if (!soak.run())
         return 1;
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    std::printf("%ssoak: every call as its plain loop, each of %zu operations at least %lu times, in %.1f s\n",
-                isatty(STDERR_FILENO) != 0 ? "\n" : "", operations::all().size(), soak.least(), seconds.count());
+    std::printf("%ssoak: every call as %s, each of %zu operations at least %lu times, in %.1f s\n",
+                isatty(STDERR_FILENO) != 0 ? "\n" : "", others.empty() ? "its plain loop" : options.against.c_str(),
+                operations::all().size(), soak.least(), seconds.count());
     return 0;
 }

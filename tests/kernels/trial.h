@@ -84,8 +84,8 @@ private:
 };
 
 /** Trial::any() for every operation of the table, in its order; those with cases of their own have them here, too. Not to
- *  be shared by threads. */
-std::vector<std::function<Failure(Random&)>> trials_of_all();
+ *  be shared by threads. `expected`: what results are compared with, in the same order, instead of the plain loops. */
+std::vector<std::function<Failure(Random&)>> trials_of_all(const operations::AnyFunction* expected = nullptr);
 
 /** Says how calls were chosen, for failures to be repeated: UTILS_SSE_SEED in the environment, 1 without it. */
 unsigned seed_of_tests();
