@@ -26,6 +26,8 @@ if [ "${1:-}" = --inside ]; then
     inside "test -z \"\$(dpkg --verify libutils-sse$major libutils-sse-dev utils-sse-tools)\"" ||
         { echo "installed files differ from their checksums" && exit 1; }
     inside "ldconfig -p | grep -q 'libutils_sse.so.$major '" || { echo "the loader does not know the library" && exit 1; }
+    inside "cd /usr/lib/*/glibc-hwcaps && test -e x86-64-v3/libutils_sse.so.$major && test -e x86-64-v4/libutils_sse.so.$major" ||
+        { echo "the wider builds are missing" && exit 1; }
     echo "installed in a bare Debian of $(inside 'dpkg -l | grep -c ^ii') packages"
     inside "/tmp/program-shared && /tmp/program-static"
     echo "programs linked with libutils-sse-dev run there"

@@ -15,7 +15,7 @@ configure_and_build() {
 # The library alone, both kinds, with debug information: build/library.
 build_library() {
     cmake -S . -B build/library -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ -DCMAKE_CXX_FLAGS=-g \
-        -DUTILS_SSE_STATIC_TOO=ON -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_TOOLS=OFF >/dev/null
+        -DUTILS_SSE_STATIC_TOO=ON -DUTILS_SSE_WIDER=OFF -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_TOOLS=OFF >/dev/null
     cmake --build build/library
 }
 
