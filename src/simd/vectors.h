@@ -1,4 +1,4 @@
-// Typed 128-bit vectors and their scalar twins: the words in which kernels are written.
+// Typed vectors of 128-bit blocks and their scalar twins: the words in which kernels are written.
 //
 // A vector type wraps one register and says what its lanes are. Every verb has, where a tail needs it, a scalar twin of the
 // same name with the same result for every input, NaN and out-of-range values included, so that one generic lambda can be
