@@ -1,5 +1,6 @@
 // Times every operation of the table at short lengths and in L1, L2 and memory: the library, the plain loops of each
 // compiler, and the library with prefetch the other way round. Results are compared before anything is timed.
+#include "limits.h"
 #include "operations.h"
 #if defined(UTILS_SSE_BUILD_V3)
 #include "other_build.h"
@@ -42,8 +43,8 @@ struct Size
 // Half of what the usual caches hold (32 KB, 512 KB), and far more than any of them: the memory size stays beyond the share
 // of a last-level cache that one core of a server can claim.
 constexpr std::size_t kKiB = 1024;
-const Size kSizes[] = {{"7", 7, 0},          {"23", 23, 0},         {"128", 128, 0},
-                       {"L1", 0, 16 * kKiB}, {"L2", 0, 256 * kKiB}, {"memory", 0, 512 * kKiB* kKiB}};
+const Size kSizes[] = {{"1", 1, 0},     {"7", 7, 0},          {"23", 23, 0},         {"64", 64, 0},
+                       {"128", 128, 0}, {"L1", 0, 16 * kKiB}, {"L2", 0, 256 * kKiB}, {"memory", 0, 512 * kKiB* kKiB}};
 
 // A function that works with few lengths is timed with all of them.
 std::vector<Size> sizes_for(const Operation& op)
@@ -219,6 +220,9 @@ void run(benchmark::State& state, const Operation& op, operations::AnyFunction f
     const auto length = static_cast<double>(counts.*op.length().member * std::max(1LL, counts.lines));
     state.counters["elements"] = length;
     state.counters["bytes"] = static_cast<double>(bytes_of(op, counts));
+    state.counters["writes"] = std::any_of(op.arguments.begin(), op.arguments.end(), [&](const Argument& argument) {
+        return argument.is_written() && argument.bytes(counts) > 64;
+    });
 }
 
 bool agrees(const Operation& op, const Candidate& candidate, operations::AnyFunction function, const Size& size,
@@ -246,6 +250,18 @@ bool takes_not_too_long(const Operation& op, operations::AnyFunction function, c
     op.call(function, placement.values);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - started;
     return taken.count() * static_cast<double>(size.bytes) / static_cast<double>(fitting_l2.bytes) <= 1.5;
+}
+
+void run_limit(benchmark::State& state, const limits::Loop& loop, std::size_t bytes)
+{
+    input_memory.reserve(bytes + 64);
+    output_memory.reserve(bytes + 64);
+    const std::size_t each = bytes / static_cast<std::size_t>(loop.arrays) / 512 * 512;
+    for (auto _ : state) {
+        loop.run(output_memory.block.get(), input_memory.block.get(), each);
+        benchmark::ClobberMemory();
+    }
+    state.counters["bytes"] = static_cast<double>(each) * loop.arrays;
 }
 
 } // namespace
@@ -296,6 +312,11 @@ int main(int argc, char** argv)
     }
     if (!all_agree)
         return 1;
+    for (const limits::Loop& loop : limits::all())
+        for (const Size& size : kSizes)
+            if (size.bytes > 0)
+                benchmark::RegisterBenchmark(("(" + loop.name + ")/" + size.name + "/" + loop.width).c_str(), run_limit, loop,
+                                             size.bytes);
 
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

@@ -16,8 +16,12 @@ import statistics
 import subprocess
 import sys
 
-SIZES = ["7", "23", "128", "L1", "L2", "memory"]
-COMPETITORS = ["gcc", "clang"]
+SIZES = ["1", "7", "23", "64", "128", "L1", "L2", "memory"]
+COMPETITORS = ["gcc", "clang"]  # at the same instruction set
+NATIVE = ["gcc_native", "clang_native"]  # with everything the machine has
+WIDER = ["v3", "v4"]  # builds of the library
+# Bound by a chain of dependent additions whose order is the contract.
+ORDERED_SUMS = ("SumFloats", "FDotProduct", "Envelope", "EnvelopeSum", "DotProduct", "ColorLowPass", "SumAbsDiff (floats)")
 PLAIN = ["gcc", "clang", "gcc_native", "clang_native"]  # of the tasks
 # Of the README: one task of each kind.
 SUMMARY = ["RF to envelope, 192 x 3,120 samples, 32 taps, decimation 4", "RF lines times four, 192 x 3,120", "Median 3x3 of bytes, 512 x 512",
@@ -29,12 +33,13 @@ NOISE = 0.95  # a ratio above this is not called a loss
 
 
 def read(paths, parts=2):
-    """{(operation, size): {candidate: median time}}, {(operation, size): the library's run}, context, median spread"""
+    """{(operation, size): {candidate: median time}}, {(operation, size): the library's run}, context, median spread,
+    {(loop, size, width): bytes per nanosecond}"""
     results = []
     for path in paths:
         with open(path) as file:
             results.append(json.load(file))
-    times, counters = {}, {}
+    times, counters, bytes_of = {}, {}, {}
     for run in (run for result in results for run in result["benchmarks"]):
         if run["run_type"] != "iteration":
             continue
@@ -42,10 +47,16 @@ def read(paths, parts=2):
         times.setdefault(tuple(key), {}).setdefault(candidate, []).append(run["cpu_time"])
         if candidate == "utils_sse":
             counters[tuple(key)] = run
+        elif run["name"].startswith("("):
+            bytes_of[tuple(key)] = run["bytes"]
+    bandwidth = {}
+    for (loop, size), group in ((key, group) for key, group in times.items() if key[0].startswith("(") and len(key) == 2):
+        for width, t in group.items():
+            bandwidth[loop.strip("()"), size, width] = bytes_of[loop, size] / statistics.median(t)
     times = {key: group for key, group in times.items() if "utils_sse" in group}
     medians = {key: {name: statistics.median(t) for name, t in group.items()} for key, group in times.items()}
     spread = statistics.median((max(t) - min(t)) / statistics.median(t) / 2 for group in times.values() for t in group.values())
-    return medians, counters, results[0]["context"], spread
+    return medians, counters, results[0]["context"], spread, bandwidth
 
 
 def operations_of(medians):
@@ -87,27 +98,74 @@ def processor():
         return platform.processor()
 
 
-def measured(medians, counters, context, spread, operations, own_sizes):
+def best(group, names):
+    times = [group[name] for name in names if name in group]
+    return min(times) if times else None
+
+
+def picked(group):
+    """The build that the loader takes on this machine."""
+    return next((group[name] for name in reversed(WIDER) if name in group), group["utils_sse"])
+
+
+def lost_rows(medians, operations, names, own):
+    """Of rows (operation, size): how many there are, and those where the best of the names is faster, with the ratio."""
+    rows = [(key, best(group, names) / own(group)) for key, group in medians.items() if key[0] in operations and best(group, names)]
+    return len(rows), sorted((operations.index(key[0]), *key, ratio) for key, ratio in rows if ratio < NOISE)
+
+
+def lost_text(lost):
+    by_operation = {}
+    for _, operation, size, ratio in lost:
+        by_operation.setdefault(operation, []).append(f"{size} ({ratio:.2f})")
+    return "; ".join(f"{operation} at {', '.join(sizes)}" for operation, sizes in by_operation.items()) or "none"
+
+
+def measured(medians, counters, context, spread, bandwidth, operations, own_sizes):
     caches = ", ".join(f"L{c['level']} {c['type'].lower()} {c['size'] // 1024} KB" for c in context["caches"] if c["type"] != "Instruction")
     compilers = "; ".join(c for c in (compiler("g++"), compiler("clang++")) if c)
-    names = [name for name in COMPETITORS if any(name in group for group in medians.values())]
-    cells = [group[name] / group["utils_sse"] for group in medians.values() for name in names if name in group]
-    ahead = sum(c >= NOISE for c in cells)
+    widest = next((name for name in reversed(WIDER) if any(name in group for group in medians.values())), None)
     lines = [
         f"Machine: {processor()}, {caches}; {compilers}; {context['date'][:10]}. Median half-spread of a candidate's",
-        f"repetitions: {100 * spread:.0f} %. In {ahead} of {len(cells)} comparisons utils_sse is as fast or faster (noise of 5 % allowed).",
-        "",
-        "### Plain loop over utils_sse",
-        "",
-        f"Time of the plain loop ({' / '.join(names)}, `-O3 -msse4.1 -fno-math-errno`) divided by the time of the kernel; rows below 1 are lost.",
+        f"repetitions: {100 * spread:.0f} %. A row is one operation at one size; a ratio of {NOISE} and more counts as not lost.",
         "",
     ]
-    lines += table(["operation"] + SIZES, [[operation] + [ratios(medians.get((operation, size), {}), names) for size in SIZES] for operation in operations])
+    everything = operations + own_sizes
+    rows, lost = lost_rows(medians, everything, COMPETITORS, lambda group: group["utils_sse"])
+    lines += [f"- The standard build (128 bits, SSE2) against the better plain loop for SSE4.1: ahead or level in {rows - len(lost)} of {rows} rows.", f"  Lost: {lost_text(lost)}."]
+    if widest:
+        rows, lost = lost_rows(medians, everything, NATIVE + COMPETITORS, picked)
+        sums = [row for row in lost if row[1] in ORDERED_SUMS or row[1].split(" (")[0] in ORDERED_SUMS]
+        others = [row for row in lost if row not in sums]
+        lines += [f"- The build that the loader picks here (x86-64-{widest}) against the best plain loop of any width (`-march=native`): ahead or level in {rows - len(lost)} of {rows} rows.",
+                  f"  Lost: {lost_text(others)}. Lost by ordered sums: {lost_text(sums)}."]
+    lines += [
+        "",
+        "### Plain loop over the standard build",
+        "",
+        f"Time of the plain loop ({' / '.join(COMPETITORS)}, `-O3 -msse4.1 -fno-math-errno`) divided by the time of the kernel; rows below 1 are lost.",
+        "",
+    ]
+    lines += table(["operation"] + SIZES, [[operation] + [ratios(medians.get((operation, size), {}), COMPETITORS) for size in SIZES] for operation in operations])
     own = {operation: sorted((size for o, size in medians if o == operation), key=int) for operation in own_sizes}
+    names = [name for name in COMPETITORS + NATIVE + WIDER if any(name in group for group in medians.values())]
     lines += [""] + table(["operation", "length"] + names + ["nanoseconds"], [
         [operation, size] + [ratio_text(medians[operation, size][name] / medians[operation, size]["utils_sse"]) for name in names] +
         [f"{medians[operation, size]['utils_sse']:.1f}"] for operation in own for size in own[operation]]) if own else []
-    lines += ["", "### Absolute figures", "", "Nanoseconds per call at short lengths; nanoseconds per element and gigabytes per second (each byte read or written counted once) beyond.", ""]
+    if widest:
+        lines += ["", "### Wider builds", "", f"Time of the standard build divided by that of the builds for x86-64-v3 (256 bits) / x86-64-v4 (512 bits).", ""]
+        gains = lambda group: " / ".join(f"{group['utils_sse'] / group[name]:.2f}" if name in group else NONE for name in WIDER) if group else NONE
+        lines += table(["operation"] + SIZES, [[operation] + [gains(medians.get((operation, size))) for size in SIZES] for operation in operations])
+        lines += ["", "### Plain loop for this machine over the build that the loader picks", "",
+                  f"Time of the plain loop ({' / '.join(NATIVE)}: `-O3 -march=native`, 512 bits where the compiler likes) divided by that of x86-64-{widest}.", ""]
+        cell = lambda group: " / ".join(ratio_text(group[name] / picked(group)) if name in group else NONE for name in NATIVE) if group else NONE
+        lines += table(["operation"] + SIZES, [[operation] + [cell(medians.get((operation, size))) for size in SIZES] for operation in operations])
+    lines += ["", "### Absolute figures and bandwidth", "", "Nanoseconds per call at short lengths; nanoseconds per element beyond, and gigabytes per second (each byte read or written counted once) with",
+              "their share of what a loop that only copies (of kernels that only read: reads) reaches with 128-bit registers in the same run.", ""]
+    if bandwidth:
+        lines += table(["bytes per nanosecond", "L1", "L2", "memory"], [
+            [f"{loop}, {width} bits"] + [f"{bandwidth[loop, size, width]:.0f}" if (loop, size, width) in bandwidth else NONE for size in ("L1", "L2", "memory")]
+            for loop in ("read", "write", "copy") for width in ("128", "256", "512") if (loop, "L1", width) in bandwidth]) + [""]
     rows = []
     for operation in operations:
         row = [operation]
@@ -116,7 +174,9 @@ def measured(medians, counters, context, spread, operations, own_sizes):
                 row.append(NONE)
                 continue
             time, run = medians[operation, size]["utils_sse"], counters[operation, size]
-            row.append(f"{time:.1f}" if size.isdigit() else f"{time / run['elements']:.3f}; {run['bytes'] / time:.1f}")
+            limit = bandwidth.get(("copy" if run.get("writes", 1) else "read", size, "128"))
+            share = f"; {100 * run['bytes'] / time / limit:.0f} %" if limit else ""
+            row.append(f"{time:.1f}" if size.isdigit() else f"{time / run['elements']:.3f}; {run['bytes'] / time:.1f}{share}")
         rows.append(row)
     lines += table(["operation"] + SIZES, rows)
     other = next((name for name in ("with_prefetch", "without_prefetch") if any(name in g for g in medians.values())), None)
@@ -128,7 +188,7 @@ def measured(medians, counters, context, spread, operations, own_sizes):
 
 def task_tables(path):
     """Whole pieces of work: plain loops and other libraries over utils_sse."""
-    medians, counters, _, spread = read([path], parts=1)
+    medians, counters, _, spread, _ = read([path], parts=1)
     rows = []
     for task, group in sorted(medians.items(), key=lambda item: counters[item[0]]["family_index"]):
         own, run = group["utils_sse"], counters[task]
@@ -148,7 +208,7 @@ def task_tables(path):
 
 def summary(path):
     """A small table for the README."""
-    medians, counters, _, _ = read([path], parts=1)
+    medians, counters, _, _, _ = read([path], parts=1)
     rows = []
     for task in SUMMARY:
         group, run = medians[task,], counters[task,]
@@ -178,14 +238,14 @@ if __name__ == "__main__":
     parser.add_argument("--tasks")
     parser.add_argument("--readme")
     arguments = parser.parse_args()
-    medians, counters, context, spread = read(arguments.results)
+    medians, counters, context, spread, bandwidth = read(arguments.results)
     with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../operations/table.inc")) as file:
         order = [name + (f" ({overload})" if overload else "") for name, overload in re.findall(r'^OPERATION\((\w+), "([^"]*)"', file.read(), re.M)]
     # Operations that work with few lengths are timed with those and have a table of their own.
     own_sizes = [operation for operation in operations_of(medians) if not any((operation, size) in medians for size in ("L1", "L2"))]
     operations = [operation for operation in operations_of(medians) if operation not in own_sizes]
     SIZES = [size for size in SIZES if any((operation, size) in medians for operation in operations)]
-    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, operations, own_sizes))
+    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, bandwidth, operations, own_sizes))
     if arguments.tasks:
         replace_between(arguments.document, "<!-- begin: tasks -->", "<!-- end: tasks -->", task_tables(arguments.tasks))
     if arguments.tasks and arguments.readme:

@@ -37,8 +37,7 @@ for preset in "${@:-release}"; do
     [ "$preset" != m32 ] || scripts/install-packages.sh g++-multilib googletest
     try_emulator "$option" "${emulator[@]}"
 
-    cmake --preset "$preset" --log-level=WARNING -DUTILS_SSE_BUILD_TESTS=ON -DUTILS_SSE_BUILD_BENCHMARKS=OFF >/dev/null
-    cmake --build --preset "$preset" --target kernel_tests utils_sse_operations
+    build_for_tests "$preset" kernel_tests utils_sse_operations
     may_use_more=$(build/"$preset"/operations/utils_sse_operations |
         python3 -c 'import json, sys; print(*(o["name"] for o in json.load(sys.stdin)["operations"] if o["instruction_set"] != "SSE2"))')
     # The emulator's heap knows no limit, and every 5x5 window takes it long.

@@ -17,8 +17,7 @@ configure fuzz
 cmake --build build/fuzz --target fuzzers
 configure tsan
 cmake --build build/tsan --target soak
-[ -f build/release/CMakeCache.txt ] || configure release -DUTILS_SSE_BUILD_BENCHMARKS=OFF
-cmake --build build/release --target soak
+build_for_tests release soak
 
 fuzz() {
     local target=$1 log=$work/$1.log dictionary=() code=0

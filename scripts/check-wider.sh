@@ -10,7 +10,7 @@ loader=/lib64/ld-linux-x86-64.so.2
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 
-cmake --build --preset release --target kernel_tests soak utils_sse_v3 utils_sse_v4
+build_for_tests release kernel_tests soak utils_sse_v3 utils_sse_v4
 tried=0
 for level in x86-64-v3 x86-64-v4; do
     library=$folder/wider/glibc-hwcaps/$level/libutils_sse.so.1

@@ -12,6 +12,14 @@ configure_and_build() {
     cmake --build --preset "$preset"
 }
 
+# build_for_tests PRESET TARGET..: with tests, even if another script has configured the build without them.
+build_for_tests() {
+    local preset=$1
+    shift
+    cmake --preset "$preset" --log-level=WARNING -DUTILS_SSE_BUILD_TESTS=ON -DUTILS_SSE_BUILD_BENCHMARKS=OFF >/dev/null
+    cmake --build --preset "$preset" --target "$@"
+}
+
 # The library alone, both kinds, with debug information: build/library.
 build_library() {
     cmake -S . -B build/library -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=g++ -DCMAKE_CXX_FLAGS=-g \
