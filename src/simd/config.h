@@ -50,8 +50,11 @@
 #define UTILS_SSE_TIER sse2
 #endif
 
-// How many 128-bit blocks the widest register holds.
-#if defined(__AVX512BW__) && defined(__AVX512DQ__)
+// How many 128-bit blocks the widest register holds. On Windows one, whatever the flags: GCC may spill wider registers to a
+// stack that is aligned to 16 bytes only (GCC bug 54412).
+#if defined(_WIN32)
+#define UTILS_SSE_MOST_BLOCKS 1
+#elif defined(__AVX512BW__) && defined(__AVX512DQ__)
 #define UTILS_SSE_MOST_BLOCKS 4
 #elif defined(__AVX2__)
 #define UTILS_SSE_MOST_BLOCKS 2
