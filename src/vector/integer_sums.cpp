@@ -10,17 +10,17 @@ namespace {
 template <int Block, class Values>
 UTILS_SSE_INLINE Rest sum_blocks(int n, int& sum, const Values& values)
 {
-    constexpr Blocks<UTILS_SSE_MOST_BLOCKS> wide;
-    constexpr int step = wide.count * Block;
-    using Sum = I32<wide.count>;
+    using Wide = Blocks<UTILS_SSE_MOST_BLOCKS>;
+    using Sum = I32<Wide::count>;
+    constexpr int step = Wide::count * Block;
     Sum sums[4] = {zero<Sum>(), zero<Sum>(), zero<Sum>(), zero<Sum>()};
     const auto add = [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sums[k] = in_order(add_wrap(sums[k], values(wide, i + k * step))); });
+        repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sums[k] = in_order(add_wrap(sums[k], values(Wide(), i + k * step))); });
     };
     Rest rest = read_blocks<8 * step, 1>(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { add(i), add(i + 4 * step); });
-    if constexpr (wide.count > 1)
+    if constexpr (Wide::count > 1)
         for (; rest.count >= step; rest.count -= step, rest.i += step)
-            sums[0] = add_wrap(sums[0], values(wide, rest.i));
+            sums[0] = add_wrap(sums[0], values(Wide(), rest.i));
     i32 blocks = add_blocks_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3])));
     for (; rest.count >= Block; rest.count -= Block, rest.i += Block)
         blocks = add_wrap(blocks, values(Blocks<1>(), rest.i));
