@@ -6,6 +6,10 @@
 
 #include <benchmark/benchmark.h>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
+
 #include <cmath>
 #include <functional>
 #include <string>
@@ -227,6 +231,20 @@ void add_chains(std::vector<Case>& cases)
 #undef UTILS_SSE_64
 #endif
 
+// Whether the upper halves of registers hold anything, as functions must not leave them: SSE code that follows would be slow.
+bool upper_halves_in_use()
+{
+#if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__))
+    unsigned a = 0, b = 0, c = 0, d = 0;
+    if (!__get_cpuid(1, &a, &b, &c, &d) || (c & bit_OSXSAVE) == 0 || !__get_cpuid_count(13, 1, &a, &b, &c, &d) || (a & 4) == 0)
+        return false; // the processor does not tell
+    __asm__ volatile("xgetbv" : "=a"(a), "=d"(d) : "c"(1));
+    return (a & 0x44) != 0; // of 256 and of 512 bits
+#else
+    return false;
+#endif
+}
+
 void time_case(benchmark::State& state, Case& which)
 {
     which.prepare();
@@ -235,6 +253,9 @@ void time_case(benchmark::State& state, Case& which)
         benchmark::ClobberMemory();
     }
     state.counters["elements"] = which.elements;
+    which.run();
+    if (upper_halves_in_use())
+        state.SkipWithError("leaves the upper halves of registers in use");
 }
 
 } // namespace
