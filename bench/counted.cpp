@@ -199,8 +199,8 @@ void add_searches(std::vector<Case>& cases)
             rough.rows.push_back(static_cast<unsigned short>(row - half + k / 11));
             rough.columns.push_back(static_cast<unsigned short>(column + k % 11));
         }
-        cases.push_back({"RoughCorrelation, " + std::to_string(candidates) + " candidates", static_cast<double>(candidates),
-                         [s = rough, candidates]() mutable {
+        cases.push_back({"RoughCorrelation, " + std::to_string(candidates) + (candidates > 1 ? " candidates" : " candidate"),
+                         static_cast<double>(candidates), [s = rough, candidates]() mutable {
                              s.best[1] = 0;
                              CUtils_SSE::RoughCorrelation(s.image.data(), s.rows.data(), s.columns.data(), s.found_rows.data(),
                                                           s.found_columns.data(), candidates, s.slots.data(), s.work.data(),

@@ -4,7 +4,7 @@
 usage: counted.py PROGRAM TIMES.json [docs/performance.md]     writes the table
        counted.py PROGRAM --show CASE                          prints the machine code of a case with how often it runs
 
-PROGRAM is utils_sse_counted, TIMES.json what it printed with --benchmark_out. Each case runs once under valgrind
+PROGRAM is utils_sse_counted, TIMES.json what it wrote with --benchmark_out (scripts/benchmark.sh does all of it). Each case runs once under valgrind
 (callgrind), which counts every executed instruction of the kernel, its tails and the C library's functions it calls
 included. What the counts add up to stands in `PORTS` below for one kind of core; other kinds need figures of their own.
 Only what one instruction waits for is not in the counts: chains of additions, whose order is the contract, are in `CHAINS`.
@@ -24,7 +24,7 @@ from itertools import combinations
 # Kernels of the table, and in how many elements (outputs, pixels, candidates) figures are given.
 KERNELS = re.compile(
     r"E\w*?Detect|FilterTheEnvelop|Envelope|SumFloats|FDotProduct|DotProduct|ColorLowPass|SumAbsDiff|SumProduct|"
-    r"Normalized|Correlation$|CorrelationF$|Correlation,|Centroid|MaskFilter|Mask|Filter2x2|TransposeImage|Median|Extrem|Min|Max|Upsample|"
+    r"Normalized|Correlation$|CorrelationF$|Centroid|MaskAverage|Filter2x2|MedianFilter|ExtremumFilter|MaxAbsoluteValue|Upsample|"
     r"InterpRFHarm|AutoCorrelate|IIRPerform|MixingClutter|ATan2|FFTmagnitude|Distance|FineCorrelation|RoughCorrelation")
 
 # --- the core: Golden Cove and its Xeons, 128-bit instructions ---
@@ -70,11 +70,11 @@ class Unknown(Exception):
     pass
 
 
-def cost(text, fused_with_next, fused_with_previous):
+def cost(text, fused_with_next):
     mnemonic, _, operands = text.partition(" ")
     operands = [o.strip() for o in re.sub(r"<.*|#.*", "", operands).split(",")] if operands.strip() else []
     if mnemonic in ("rep", "lock", "bnd", "notrack", "data16", "cs"):
-        return cost(" ".join(text.split()[1:]), fused_with_next, fused_with_previous) if len(text.split()) > 1 else Cost()
+        return cost(" ".join(text.split()[1:]), fused_with_next) if len(text.split()) > 1 else Cost()
     memory = [i for i, o in enumerate(operands) if "[" in o]
     if mnemonic.startswith(("nop", "endbr", "xchg")) or mnemonic in ("data16", "cs", "vzeroupper"):
         return Cost()
@@ -158,7 +158,7 @@ def code(path):
         after = lines[i + 1][1] if i + 1 < len(lines) else ""
         fuses = text.split(" ")[0] in FUSES and re.match(r"j(?!mp)", after) is not None
         try:
-            result[address] = (text, cost(re.sub(r" +", " ", text), fuses, False))
+            result[address] = (text, cost(re.sub(r" +", " ", text), fuses))
         except Unknown:
             result[address] = (text, None)
     return result
