@@ -16,6 +16,7 @@ import functools
 import json
 import os
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -168,7 +169,7 @@ def executed(program, case):
     """{(file, address): how often} of the kernel, and the number of elements."""
     with tempfile.TemporaryDirectory() as folder:
         out = os.path.join(folder, "counts")
-        run = subprocess.run(["valgrind", "--tool=callgrind", "--dump-instr=yes", "--collect-atstart=no", "--toggle-collect=utils_sse_counted_call",
+        run = subprocess.run(["valgrind", "-q", "--tool=callgrind", "--dump-instr=yes", "--collect-atstart=no", "--toggle-collect=utils_sse_counted_call",
                               "--compress-strings=no", "--compress-pos=no", f"--callgrind-out-file={out}", program, "--once", case],
                              capture_output=True, text=True)
         if run.returncode != 0:
@@ -246,6 +247,9 @@ def main():
     parser.add_argument("document", nargs="?")
     parser.add_argument("--show", metavar="CASE")
     arguments = parser.parse_args()
+    for tool in ("valgrind", "objdump"):
+        if not shutil.which(tool):
+            sys.exit(f"counted.py: {tool} is not installed")
     if arguments.show:
         return show(arguments.program, arguments.show)
     with open(arguments.times) as file:

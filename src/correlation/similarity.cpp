@@ -95,6 +95,7 @@ struct WholeNumbers
             total = total + static_cast<double>(fold_wrap(sum));
         }
         many_sum = many_upper = zero<I32<blocks>>();
+        sum = upper = zero<i32>();
     }
 };
 
@@ -191,15 +192,18 @@ UTILS_SSE_INLINE auto score_of(const short* a, const short* b, int n, const Scor
             const short* const y = b + done;
             const int stretch = static_cast<int>(minimum<std::ptrdiff_t>(n - done, Lanes<SumAB>::stretch));
             constexpr Blocks<Lanes<SumAB>::blocks> wide;
-            Rest rest = read_blocks<8 * wide.count, group>(
-                stretch,
-                [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                    const auto some_x = wide.load(x + i);
-                    const auto some_y = wide.load(y + i);
-                    (lanes.add(Sums::pairs(some_x, some_y)), ...);
-                },
-                ahead<1024>(x), ahead<1024>(y));
-            (lanes.fold(), ...);
+            Rest rest{0, stretch};
+            if (wide.count == 1 || stretch >= 8 * wide.count) {
+                rest = read_blocks<8 * wide.count, group>(
+                    stretch,
+                    [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                        const auto some_x = wide.load(x + i);
+                        const auto some_y = wide.load(y + i);
+                        (lanes.add(Sums::pairs(some_x, some_y)), ...);
+                    },
+                    ahead<1024>(x), ahead<1024>(y));
+                (lanes.fold(), ...);
+            }
             // Integers of which several blocks were taken: terms of single blocks are added as those of single samples are.
             if constexpr (wide.count > 1)
                 for (; rest.count >= 8; rest.count -= 8, rest.i += 8) {
