@@ -5,7 +5,7 @@
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 
-scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang python3
+scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang python3 valgrind binutils
 configure_and_build release -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_BENCHMARKS=ON
 measure() { # name of the result, program, further options
     "build/release/bench/$2" --benchmark_enable_random_interleaving=true --benchmark_out="build/release/bench/$1.json" \
@@ -20,4 +20,6 @@ else
     measure memory utils_sse_bench --benchmark_repetitions=3 --benchmark_filter='/memory/' >/dev/null
     python3 bench/table.py docs/performance.md build/release/bench/{caches,memory}.json \
         --tasks build/release/bench/tasks.json --readme README.md
+    measure counted utils_sse_counted --benchmark_repetitions=9 >/dev/null
+    python3 bench/counted.py build/release/bench/utils_sse_counted build/release/bench/counted.json docs/performance.md
 fi

@@ -13,6 +13,12 @@ namespace simd {
 inline namespace UTILS_SSE_TIER {
 namespace block_matching {
 
+// How many blocks of pixels are summed side by side: rows are counted in steps of 32 pixels.
+constexpr int kWide = UTILS_SSE_MOST_BLOCKS < 2 ? UTILS_SSE_MOST_BLOCKS : 2;
+using WideBytes = U8<kWide>;
+using WideShorts = I16<kWide>;
+using WideInts = I32<kWide>;
+
 struct Position
 {
     int row, column;
@@ -52,50 +58,51 @@ private:
 struct Reference
 {
     const unsigned char* pixels;
-    i16 mean;
+    WideShorts mean;
     int rows;
     int width;
     int counted; // pixels of a row that enter the sums: whole steps of 32
 
     UTILS_SSE_INLINE Reference(const unsigned char* block, float mean_, int half, int width_)
-        : pixels(block), mean(broadcast_short(static_cast<short>(truncate_to_int(mean_)))),
+        : pixels(block), mean(WideShorts::broadcast(static_cast<short>(truncate_to_int(mean_)))),
           rows(static_cast<int>(2u * static_cast<unsigned>(half) + 1u)), width(width_), counted(width_ & ~31)
     {}
     UTILS_SSE_INLINE const unsigned char* row(int r) const { return pixels + static_cast<std::ptrdiff_t>(r) * width; }
 
-    // f(column) for every 16 counted pixels of a row.
+    // f(column) for all counted pixels of a row, as many at a time as WideBytes has.
     template <class Function>
     UTILS_SSE_INLINE void for_each_block(const Function& f) const
     {
         for (std::ptrdiff_t column = 0; column < counted; column += 32) {
             f(column);
-            f(column + 16);
+            if constexpr (kWide == 1)
+                f(column + 16);
         }
     }
 };
 
-// Sixteen pixels in two vectors of eight; which ones stand in which is of no consequence to a sum.
+// Pixels in two vectors; which ones stand in which is of no consequence to a sum.
 struct Pixels
 {
-    i16 even, odd;
+    WideShorts even, odd;
 };
 
-UTILS_SSE_INLINE Pixels split(u8 x)
+UTILS_SSE_INLINE Pixels split(WideBytes x)
 {
     return {widen_even(x), widen_odd(x)};
 }
-UTILS_SSE_INLINE Pixels differences(u8 x, i16 mean)
+UTILS_SSE_INLINE Pixels differences(WideBytes x, WideShorts mean)
 {
     return {subtract_wrap(widen_even(x), mean), subtract_wrap(widen_odd(x), mean)};
 }
-UTILS_SSE_INLINE void add_products(i32& sum, Pixels x, Pixels y)
+UTILS_SSE_INLINE void add_products(WideInts& sum, Pixels x, Pixels y)
 {
     sum = in_order(add_wrap(sum, multiply_add_pairs(x.even, y.even)));
     sum = in_order(add_wrap(sum, multiply_add_pairs(x.odd, y.odd)));
 }
-UTILS_SSE_INLINE void add_pixels(i32& sum, u8 x)
+UTILS_SSE_INLINE void add_pixels(WideInts& sum, WideBytes x)
 {
-    sum = in_order(add_wrap(sum, sum_absolute_differences(x, zero<u8>())));
+    sum = in_order(add_wrap(sum, sum_absolute_differences(x, zero<WideBytes>())));
 }
 
 // --- scores ------------------------------------------------------------------------------------------------------------
@@ -125,13 +132,13 @@ public:
               to_float(static_cast<int>(static_cast<unsigned>(reference.rows) * static_cast<unsigned>(reference.width))))),
           area_(to_float(reference.rows) * to_float(reference.width)), deviation_(broadcast<f32>(deviation))
     {
-        i32 sum = zero<i32>();
+        WideInts sum = zero<WideInts>();
         for (int r = 0; r < reference.rows; r += row_step)
             reference.for_each_block([&](std::ptrdiff_t column) UTILS_SSE_LAMBDA {
-                const Pixels q = differences(load<u8>(reference.row(r) + column), reference.mean);
-                add_products(sum, q, {broadcast_short(1), broadcast_short(1)});
+                const Pixels q = differences(load<WideBytes>(reference.row(r) + column), reference.mean);
+                add_products(sum, q, {WideShorts::broadcast(1), WideShorts::broadcast(1)});
             });
-        reference_ = broadcast_int(fold_wrap(sum));
+        reference_ = broadcast_int(fold_wrap(add_blocks_wrap(sum)));
     }
 
     // divide(x): x over the number of pixels that entered the products, less one.

@@ -17,8 +17,8 @@ template <int Count>
 UTILS_SSE_INLINE Sums rough_sums(const Reference& reference, const Image& image, const Position* at)
 {
     BlockRows rows[Count];
-    i32 pixels[4], squares[4], products[4];
-    repeat<4>([&](auto c) UTILS_SSE_LAMBDA { pixels[c] = squares[c] = products[c] = zero<i32>(); });
+    WideInts pixels[4], squares[4], products[4];
+    repeat<4>([&](auto c) UTILS_SSE_LAMBDA { pixels[c] = squares[c] = products[c] = zero<WideInts>(); });
     repeat<Count>([&](auto c) UTILS_SSE_LAMBDA { rows[c] = BlockRows(image, at[c]); });
     const auto add_row = [&](auto with_products, const unsigned char* reference_row) UTILS_SSE_LAMBDA {
         const unsigned char* row[Count];
@@ -26,9 +26,9 @@ UTILS_SSE_INLINE Sums rough_sums(const Reference& reference, const Image& image,
         reference.for_each_block([&](std::ptrdiff_t column) UTILS_SSE_LAMBDA {
             Pixels q{};
             if constexpr (with_products)
-                q = differences(load<u8>(reference_row + column), reference.mean);
+                q = differences(load<WideBytes>(reference_row + column), reference.mean);
             repeat<Count>([&](auto c) UTILS_SSE_LAMBDA {
-                const u8 x = load<u8>(row[c] + column);
+                const WideBytes x = load<WideBytes>(row[c] + column);
                 const Pixels p = split(x);
                 add_pixels(pixels[c], x);
                 add_products(squares[c], p, p);
@@ -43,7 +43,8 @@ UTILS_SSE_INLINE Sums rough_sums(const Reference& reference, const Image& image,
             break;
         add_row(std::false_type(), nullptr);
     }
-    const auto fold = [](const i32(&x)[4]) UTILS_SSE_LAMBDA { return fold_each_wrap(x[0], x[1], x[2], x[3]); };
+    const auto fold = [](const WideInts(&x)[4])
+                          UTILS_SSE_LAMBDA { return add_blocks_wrap(fold_each_wrap(x[0], x[1], x[2], x[3])); };
     return {fold(pixels), fold(squares), fold(products)};
 }
 
@@ -54,7 +55,7 @@ UTILS_SSE_INLINE Sums rough_sums(const Reference& reference, const Image& image,
 struct WindowSums
 {
     static constexpr int kVectors = 3; // of steps: ten and two that are zero
-    i32 pixels, squares;
+    WideInts pixels, squares;
     i32 pixel_steps[kVectors], square_steps[kVectors];
 
     template <class Function>
@@ -73,7 +74,7 @@ UTILS_SSE_INLINE WindowSums window_sums(const Reference& reference, const unsign
 {
     WindowSums sums{};
     reference.for_each_block([&](std::ptrdiff_t column) UTILS_SSE_LAMBDA {
-        const u8 x = load<u8>(row + column);
+        const WideBytes x = load<WideBytes>(row + column);
         const Pixels p = split(x);
         add_pixels(sums.pixels, x);
         add_products(sums.squares, p, p);
@@ -97,22 +98,22 @@ template <int Count>
 UTILS_SSE_INLINE void fine_products(i32* sums, const Reference& reference, BlockRows rows, int first)
 {
     static_assert(Count % 2 == 1, "an even count would read one pixel too many");
-    i32 products[Count];
-    repeat<Count>([&](auto c) UTILS_SSE_LAMBDA { products[c] = zero<i32>(); });
+    WideInts products[Count];
+    repeat<Count>([&](auto c) UTILS_SSE_LAMBDA { products[c] = zero<WideInts>(); });
     for (int r = 0; r < reference.rows; ++r) {
         const unsigned char* const row = rows.next() + first;
         const unsigned char* const reference_row = reference.row(r);
         reference.for_each_block([&](std::ptrdiff_t column) UTILS_SSE_LAMBDA {
-            const Pixels q = differences(load<u8>(reference_row + column), reference.mean);
-            const auto add = [&](auto c, i16 p, i16 with) UTILS_SSE_LAMBDA {
+            const Pixels q = differences(load<WideBytes>(reference_row + column), reference.mean);
+            const auto add = [&](auto c, WideShorts p, WideShorts with) UTILS_SSE_LAMBDA {
                 if constexpr (c >= 0 && c < Count)
                     products[c] = in_order(add_wrap(products[c], multiply_add_pairs(p, with)));
             };
             repeat<Count / 2 + 1>([&](auto pair) UTILS_SSE_LAMBDA {
                 constexpr int c = 2 * pair;
-                const u8 x = load<u8>(row + column + c);
-                const i16 even = widen_even(x);
-                const i16 odd = widen_odd(x);
+                const WideBytes x = load<WideBytes>(row + column + c);
+                const WideShorts even = widen_even(x);
+                const WideShorts odd = widen_odd(x);
                 add(std::integral_constant<int, c>(), even, q.even);
                 add(std::integral_constant<int, c - 1>(), even, q.odd);
                 add(std::integral_constant<int, c>(), odd, q.odd);
@@ -120,7 +121,7 @@ UTILS_SSE_INLINE void fine_products(i32* sums, const Reference& reference, Block
             });
         });
     }
-    repeat<Count>([&](auto c) UTILS_SSE_LAMBDA { sums[first + c] = products[c]; });
+    repeat<Count>([&](auto c) UTILS_SSE_LAMBDA { sums[first + c] = add_blocks_wrap(products[c]); });
 }
 
 // The eleven candidates of a row of the neighbourhood, row after row.
@@ -143,7 +144,7 @@ public:
         slide(pixels_, windows_.pixels, windows_.pixel_steps);
         slide(squares_, windows_.squares, windows_.square_steps);
         windows_.update(window_sums(reference, leaving_.next()),
-                        [](i32 x, i32 y) UTILS_SSE_LAMBDA { return subtract_wrap(x, y); });
+                        [](auto x, auto y) UTILS_SSE_LAMBDA { return subtract_wrap(x, y); });
         const BlockRows rows(image, at);
         if constexpr (kManyRegisters)
             fine_products<kShifts>(products_, reference, rows, 0);
@@ -162,13 +163,14 @@ public:
 private:
     UTILS_SSE_INLINE void enter(const Reference& reference)
     {
-        windows_.update(window_sums(reference, entering_.next()), [](i32 x, i32 y) UTILS_SSE_LAMBDA { return add_wrap(x, y); });
+        windows_.update(window_sums(reference, entering_.next()),
+                        [](auto x, auto y) UTILS_SSE_LAMBDA { return add_wrap(x, y); });
     }
-    static UTILS_SSE_INLINE void slide(int* sums, i32 first, const i32 (&steps)[WindowSums::kVectors])
+    static UTILS_SSE_INLINE void slide(int* sums, WideInts first, const i32 (&steps)[WindowSums::kVectors])
     {
         int step[kLanes];
         repeat<WindowSums::kVectors>([&](auto i) UTILS_SSE_LAMBDA { store(step + 4 * i, steps[i]); });
-        auto sum = static_cast<unsigned>(fold_wrap(first));
+        auto sum = static_cast<unsigned>(fold_wrap(add_blocks_wrap(first)));
         for (int c = 0; c < kLanes; ++c) {
             sums[c] = static_cast<int>(sum);
             sum += static_cast<unsigned>(step[c]);
@@ -227,8 +229,15 @@ UTILS_SSE_INLINE Position position(const unsigned short* rows, const unsigned sh
 }
 
 // What a call leaves behind of its last candidate: the block, and the sums of its last 32 squares.
-UTILS_SSE_APART void leave(unsigned char* work, int* scratch, const Reference& reference, const Image& image, Position at,
-                           int mean)
+//
+// Apart only in the standard build: behind a call of such a function GCC 12 takes the upper halves of wide registers for cleared
+// and returns without clearing them, after which SSE code of the caller takes up to eight times as long.
+#if UTILS_SSE_MOST_BLOCKS > 1
+UTILS_SSE_INLINE
+#else
+UTILS_SSE_APART
+#endif
+void leave(unsigned char* work, int* scratch, const Reference& reference, const Image& image, Position at, int mean)
 {
     BlockRows rows(image, at);
     unsigned char* copy = work;

@@ -10,7 +10,7 @@ using namespace simd;
 namespace {
 
 // --- what is accumulated in ------------------------------------------------------------------------------------------
-// add(pairs) takes the pair sums of a block, exact integers. fold() makes a total of the lanes, to which add_singly<Count>()
+// add(pairs) takes the pair sums of `blocks` blocks, exact integers. fold() makes a total of the lanes, to which add_singly<Count>()
 // adds the first Count of four integers, one after the other; the others are zero. At the end of a stretch of at most
 // `stretch` samples comes settle().
 
@@ -19,6 +19,7 @@ template <class Sum>
 struct DoubleLanes
 {
     using Number = double;
+    static constexpr int blocks = 1;
     static constexpr int stretch = INT_MAX;
     f64 lanes = zero<f64>();
     double total = 0;
@@ -57,22 +58,31 @@ template <class Sum>
 struct WholeNumbers
 {
     using Number = double;
+    static constexpr int blocks = UTILS_SSE_MOST_BLOCKS;
     static constexpr int stretch = 1 << 15; // no sum of upper or of lower halves leaves 31 bits
+    I32<blocks> many_sum = zero<I32<blocks>>();
+    I32<blocks> many_upper = zero<I32<blocks>>();
     i32 sum = zero<i32>();
     i32 upper = zero<i32>();
     double total = 0;
 
-    UTILS_SSE_INLINE void add(i32 pairs)
+    template <int N>
+    static UTILS_SSE_INLINE void add_to(I32<N>& sum, I32<N>& upper, I32<N> pairs)
     {
         sum = in_order(add_wrap(sum, pairs));
         if constexpr (Sum::of_products)
             upper = in_order(add_wrap(upper, shift_right<16>(pairs)));
     }
-    UTILS_SSE_INLINE void fold() {}
+    UTILS_SSE_INLINE void add(I32<blocks> pairs) { add_to(many_sum, many_upper, pairs); }
+    UTILS_SSE_INLINE void fold()
+    {
+        sum = add_blocks_wrap(many_sum);
+        upper = add_blocks_wrap(many_upper);
+    }
     template <int Count>
     UTILS_SSE_INLINE void add_singly(i32 terms)
     {
-        add(terms);
+        add_to(sum, upper, terms);
     }
     UTILS_SSE_INLINE void settle()
     {
@@ -84,6 +94,7 @@ struct WholeNumbers
         } else {
             total = total + static_cast<double>(fold_wrap(sum));
         }
+        many_sum = many_upper = zero<I32<blocks>>();
         sum = upper = zero<i32>();
     }
 };
@@ -93,6 +104,7 @@ template <class Sum>
 struct FloatLanes
 {
     using Number = float;
+    static constexpr int blocks = 1;
     static constexpr int stretch = INT_MAX;
     f32 lanes = zero<f32>();
     float total = 0;
@@ -115,27 +127,47 @@ struct FloatLanes
 struct SumA
 {
     static constexpr bool of_products = false;
-    static UTILS_SSE_INLINE i32 pairs(i16 x, i16) { return multiply_add_pairs(x, broadcast_short(1)); }
+    template <int N>
+    static UTILS_SSE_INLINE I32<N> pairs(I16<N> x, I16<N>)
+    {
+        return multiply_add_pairs(x, I16<N>::broadcast(1));
+    }
 };
 struct SumB
 {
     static constexpr bool of_products = false;
-    static UTILS_SSE_INLINE i32 pairs(i16, i16 y) { return multiply_add_pairs(y, broadcast_short(1)); }
+    template <int N>
+    static UTILS_SSE_INLINE I32<N> pairs(I16<N>, I16<N> y)
+    {
+        return multiply_add_pairs(y, I16<N>::broadcast(1));
+    }
 };
 struct SumAA
 {
     static constexpr bool of_products = true;
-    static UTILS_SSE_INLINE i32 pairs(i16 x, i16) { return multiply_add_pairs(x, x); }
+    template <int N>
+    static UTILS_SSE_INLINE I32<N> pairs(I16<N> x, I16<N>)
+    {
+        return multiply_add_pairs(x, x);
+    }
 };
 struct SumBB
 {
     static constexpr bool of_products = true;
-    static UTILS_SSE_INLINE i32 pairs(i16, i16 y) { return multiply_add_pairs(y, y); }
+    template <int N>
+    static UTILS_SSE_INLINE I32<N> pairs(I16<N>, I16<N> y)
+    {
+        return multiply_add_pairs(y, y);
+    }
 };
 struct SumAB
 {
     static constexpr bool of_products = true;
-    static UTILS_SSE_INLINE i32 pairs(i16 x, i16 y) { return multiply_add_pairs(x, y); }
+    template <int N>
+    static UTILS_SSE_INLINE I32<N> pairs(I16<N> x, I16<N> y)
+    {
+        return multiply_add_pairs(x, y);
+    }
 };
 
 // The first `Count` samples, 1 to 4, each followed by a zero: a pair sum of these is the term of one sample.
@@ -159,15 +191,26 @@ UTILS_SSE_INLINE auto score_of(const short* a, const short* b, int n, const Scor
             const short* const x = a + done;
             const short* const y = b + done;
             const int stretch = static_cast<int>(minimum<std::ptrdiff_t>(n - done, Lanes<SumAB>::stretch));
-            Rest rest = read_blocks<8, group>(
-                stretch,
-                [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                    const i16 eight_x = load<i16>(x + i);
-                    const i16 eight_y = load<i16>(y + i);
-                    (lanes.add(Sums::pairs(eight_x, eight_y)), ...);
-                },
-                ahead<1024>(x), ahead<1024>(y));
-            (lanes.fold(), ...);
+            constexpr Blocks<Lanes<SumAB>::blocks> wide;
+            Rest rest{0, stretch};
+            if (wide.count == 1 || stretch >= 8 * wide.count) {
+                rest = read_blocks<8 * wide.count, group>(
+                    stretch,
+                    [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                        const auto some_x = wide.load(x + i);
+                        const auto some_y = wide.load(y + i);
+                        (lanes.add(Sums::pairs(some_x, some_y)), ...);
+                    },
+                    ahead<1024>(x), ahead<1024>(y));
+                (lanes.fold(), ...);
+            }
+            // Integers of which several blocks were taken: terms of single blocks are added as those of single samples are.
+            if constexpr (wide.count > 1)
+                for (; rest.count >= 8; rest.count -= 8, rest.i += 8) {
+                    const i16 eight_x = load<i16>(x + rest.i);
+                    const i16 eight_y = load<i16>(y + rest.i);
+                    (lanes.template add_singly<4>(Sums::pairs(eight_x, eight_y)), ...);
+                }
             const auto add_singly = [&](auto count) UTILS_SSE_LAMBDA {
                 const i16 few_x = load_apart<count()>(x + rest.i);
                 const i16 few_y = load_apart<count()>(y + rest.i);

@@ -8,57 +8,97 @@ using namespace simd;
 
 namespace {
 
-// Constants in all four lanes, read from memory: GCC would otherwise load and spread each of them in every call.
+// How many blocks of firings 0 .. 7 are computed side by side.
+constexpr int kWide = UTILS_SSE_MOST_BLOCKS < 2 ? UTILS_SSE_MOST_BLOCKS : 2;
+
+// Constants in all lanes, read from memory: GCC would otherwise load and spread each of them in every call.
+struct Lanes
+{
+    float lane[4 * kWide];
+
+    constexpr explicit Lanes(float x) : lane()
+    {
+        for (float& value : lane)
+            value = x;
+    }
+};
 struct alignas(16) Constants
 {
-    float firing[3][4] = {{0, 1, 2, 3}, {4, 5, 6, 7}, {8, 9, 10, 11}};
-    float pi[4] = {3.14159274f, 3.14159274f, 3.14159274f, 3.14159274f};                // 0x40490FDB
-    float minus_pi[4] = {-3.14159274f, -3.14159274f, -3.14159274f, -3.14159274f};      // 0xC0490FDB
-    float two_pi[4] = {6.28318548f, 6.28318548f, 6.28318548f, 6.28318548f};            // 0x40C90FDB
-    float minus_two_pi[4] = {-6.28318548f, -6.28318548f, -6.28318548f, -6.28318548f};  // 0xC0C90FDB
-    float half_pi[4] = {1.57079637f, 1.57079637f, 1.57079637f, 1.57079637f};           // 0x3FC90FDB
-    float linear[4] = {1.27323949f, 1.27323949f, 1.27323949f, 1.27323949f};            // 0x3FA2F983: 4 / pi
-    float quadratic[4] = {-0.405284733f, -0.405284733f, -0.405284733f, -0.405284733f}; // 0xBECF817B: -4 / pi^2
-    float correction[4] = {0.224999994f, 0.224999994f, 0.224999994f, 0.224999994f};    // 0x3E666666
+    float firing[12] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};
+    Lanes pi{3.14159274f};            // 0x40490FDB
+    Lanes minus_pi{-3.14159274f};     // 0xC0490FDB
+    Lanes two_pi{6.28318548f};        // 0x40C90FDB
+    Lanes minus_two_pi{-6.28318548f}; // 0xC0C90FDB
+    Lanes half_pi{1.57079637f};       // 0x3FC90FDB
+    Lanes linear{1.27323949f};        // 0x3FA2F983: 4 / pi
+    Lanes quadratic{-0.405284733f};   // 0xBECF817B: -4 / pi^2
+    Lanes correction{0.224999994f};   // 0x3E666666
 };
 constexpr Constants kConstants;
+
+// SSE arithmetic takes aligned operands straight from memory.
+template <class V>
+UTILS_SSE_INLINE V load_lanes(const float* p)
+{
+    if constexpr (V::blocks == 1)
+        return load_aligned(p);
+    else
+        return V::load(p);
+}
+template <class V>
+UTILS_SSE_INLINE V load_lanes(const Lanes& constant)
+{
+    return load_lanes<V>(constant.lane);
+}
 
 // All vectors of an ensemble take each step side by side. A chain of some 80 cycles leads through the steps of one vector, and
 // processors do not look far enough ahead to find the next vector behind it: one after the other took 1.7 times as long.
 
-// The phases of firings 0, 1, .., brought to -pi .. pi. Firing 0 has phase 0 also where 0 * theta would be NaN.
-template <int Vectors>
-UTILS_SSE_INLINE void phases(const Constants& c, float theta, f32 (&x)[Vectors])
+UTILS_SSE_INLINE f32 without_first_lane(f32 x)
 {
-    const f32 two_pi = load_aligned(c.two_pi);
-    f32 turns[Vectors];
-    repeat<Vectors>([&](auto v) UTILS_SSE_LAMBDA { x[v] = load_aligned(c.firing[v]) * broadcast<f32>(theta); });
+    return without_lane_0(x);
+}
+#if UTILS_SSE_MOST_BLOCKS >= 2
+UTILS_SSE_INLINE F32<2> without_first_lane(F32<2> x)
+{
+    return {_mm256_blend_ps(x.v, _mm256_setzero_ps(), 1)};
+}
+#endif
+
+// The phases of firings 0, 1, .., brought to -pi .. pi. Firing 0 has phase 0 also where 0 * theta would be NaN.
+template <class V, int Vectors>
+UTILS_SSE_INLINE void phases(const Constants& c, float theta, V (&x)[Vectors])
+{
+    const V two_pi = load_lanes<V>(c.two_pi);
+    V turns[Vectors];
+    repeat<Vectors>([&](auto v) UTILS_SSE_LAMBDA { x[v] = load_lanes<V>(c.firing + v * V::lanes) * broadcast<V>(theta); });
     repeat<Vectors>([&](auto v) UTILS_SSE_LAMBDA { turns[v] = to_float(truncate_to_int(x[v] / two_pi)); });
     repeat<Vectors>([&](auto v) UTILS_SSE_LAMBDA { x[v] = x[v] - turns[v] * two_pi; });
     repeat<Vectors>([&](auto v) UTILS_SSE_LAMBDA {
-        const f32 down = bit_and(greater(x[v], load_aligned(c.pi)), two_pi);
-        const f32 up = bit_and(less(x[v], load_aligned(c.minus_pi)), load_aligned(c.minus_two_pi));
+        const V down = bit_and(greater(x[v], load_lanes<V>(c.pi)), two_pi);
+        const V up = bit_and(less(x[v], load_lanes<V>(c.minus_pi)), load_lanes<V>(c.minus_two_pi));
         x[v] = x[v] - bit_or(down, up);
     });
-    x[0] = without_lane_0(x[0]);
+    x[0] = without_first_lane(x[0]);
 }
 
 // The phase whose sine is the cosine of x.
-UTILS_SSE_INLINE f32 quarter_turn_ahead(const Constants& c, f32 x)
+template <class V>
+UTILS_SSE_INLINE V quarter_turn_ahead(const Constants& c, V x)
 {
-    const f32 ahead = x + load_aligned(c.half_pi);
-    return ahead - bit_and(not_less(ahead, load_aligned(c.pi)), load_aligned(c.two_pi));
+    const V ahead = x + load_lanes<V>(c.half_pi);
+    return ahead - bit_and(not_less(ahead, load_lanes<V>(c.pi)), load_lanes<V>(c.two_pi));
 }
 
 // A parabola through the zeros and the peaks of the sine, and a second one that takes most of the error out of it.
-template <int Count>
-UTILS_SSE_INLINE void sines(const Constants& c, f32 (&x)[Count])
+template <class V, int Count>
+UTILS_SSE_INLINE void sines(const Constants& c, V (&x)[Count])
 {
-    f32 y[Count];
-    repeat<Count>([&](auto i) UTILS_SSE_LAMBDA { y[i] = (load_aligned(c.quadratic) * x[i]) * absolute(x[i]); });
-    repeat<Count>([&](auto i) UTILS_SSE_LAMBDA { y[i] = load_aligned(c.linear) * x[i] + y[i]; });
+    V y[Count];
+    repeat<Count>([&](auto i) UTILS_SSE_LAMBDA { y[i] = (load_lanes<V>(c.quadratic) * x[i]) * absolute(x[i]); });
+    repeat<Count>([&](auto i) UTILS_SSE_LAMBDA { y[i] = load_lanes<V>(c.linear) * x[i] + y[i]; });
     repeat<Count>([&](auto i) UTILS_SSE_LAMBDA { x[i] = y[i] * absolute(y[i]) - y[i]; });
-    repeat<Count>([&](auto i) UTILS_SSE_LAMBDA { x[i] = y[i] + load_aligned(c.correction) * x[i]; });
+    repeat<Count>([&](auto i) UTILS_SSE_LAMBDA { x[i] = y[i] + load_lanes<V>(c.correction) * x[i]; });
 }
 
 // V: f32, or float of the scalar stage.
@@ -72,6 +112,26 @@ UTILS_SSE_INLINE Sample<V> rotated(V I, V Q, V c, V s)
 {
     return {c * I - s * Q, c * Q + s * I};
 }
+
+// Eight firings in one vector of two blocks.
+#if UTILS_SSE_MOST_BLOCKS >= 2
+UTILS_SSE_INLINE void mix_eight(float* ensembleI, float* ensembleQ, float theta)
+{
+    using V = F32<2>;
+    const Constants& constants = *in_memory(&kConstants);
+    V x[2];
+    {
+        V phase[1];
+        phases(constants, theta, phase);
+        x[0] = phase[0];
+        x[1] = quarter_turn_ahead(constants, phase[0]);
+    }
+    sines(constants, x);
+    const Sample<V> z = rotated(V::load(ensembleI), V::load(ensembleQ), x[1], x[0]);
+    store(ensembleI, z.I);
+    store(ensembleQ, z.Q);
+}
+#endif
 
 template <int N>
 UTILS_SSE_INLINE void mix(float* ensembleI, float* ensembleQ, float theta)
@@ -129,7 +189,11 @@ void CUtils_SSE::MixingClutter(int n, float* ensembleI, float* ensembleQ, float 
 {
     switch (n) {
     case 8:
+#if UTILS_SSE_MOST_BLOCKS >= 2
+        return mix_eight(ensembleI, ensembleQ, theta);
+#else
         return mix<8>(ensembleI, ensembleQ, theta);
+#endif
     case 10:
         return mix<10>(ensembleI, ensembleQ, theta);
     case 12:

@@ -19,7 +19,8 @@ namespace {
 //                            output 0                      output 0
 //
 // Two or four accumulators like this, whose loads coincide, make four outputs; neighbouring lanes are then added once or
-// twice for all of them together. Only the windows of the four outputs are read.
+// twice for all of them together. Only the windows of the four outputs are read. Registers of more blocks hold as many times
+// the samples of one, in a row, and the outputs that belong to these.
 //
 // Machine code of the inner loop (GCC 12 and Clang 14, x86-64), four outputs of I and Q: all tap vectors stay in registers,
 // nothing is spilled.
@@ -29,34 +30,34 @@ namespace {
 //   shufps                     4        4        4       12
 //   loads                     10       12       20       14
 //   all instructions          55       68      116      128    (GCC; Clang 52, 64, 112, 125)
-// Three vector units spend 49 cycles on the vector instructions of eight outputs at 4, 32 and 55 at 8, 32; measured on a
-// recent Intel server core are 52 and 57.
-template <int Decimation, int Taps>
+// docs/performance.md has the cycles that these take at least, and those that they take.
+template <int Decimation, int Taps, int Blocks>
 struct Filter
 {
-    static constexpr int kOutputsPerVector = 8 / Decimation;
+    static constexpr int kOutputs = 4 * Blocks;              // at a time
+    static constexpr int kOutputsPerVector = 8 / Decimation; // of each block
     static constexpr int kVectors = Taps / Decimation;
     static constexpr int kAccumulators = 4 / kOutputsPerVector;
-    static constexpr int kNext = kOutputsPerVector; // loads from one accumulator's first to the next one's
+    static constexpr int kNext = Blocks * kOutputsPerVector; // loads from one accumulator's first to the next one's
     static constexpr int kLoads = kVectors + (kAccumulators - 1) * kNext;
 
-    i16 h[kVectors];
+    I16<Blocks> h[kVectors];
 
     // Of tables with two halves the first is read, so that every output, in a block or alone, has the same taps.
     explicit UTILS_SSE_INLINE Filter(const short* table)
     {
         repeat<kVectors>([&](auto g) UTILS_SSE_LAMBDA {
             const short* p = table + 8 * g;
-            h[g] = kOutputsPerVector == 2 ? load_four_twice(p) : load<i16>(p);
+            h[g] = in_every_block<Blocks>(kOutputsPerVector == 2 ? load_four_twice(p) : load<i16>(p));
         });
     }
 
-    // The sums of four outputs, the first of which has its window at x. Reads the four windows and nothing else.
-    UTILS_SSE_INLINE i32 four_sums(const short* x) const
+    // The sums of the outputs whose first has its window at x. Reads their windows and nothing else.
+    UTILS_SSE_INLINE I32<Blocks> sums(const short* x) const
     {
-        i32 sum[kAccumulators];
+        I32<Blocks> sum[kAccumulators];
         repeat<kLoads>([&](auto l) UTILS_SSE_LAMBDA {
-            const i16 samples = in_order(load<i16>(x + l * Decimation));
+            const I16<Blocks> samples = in_order(I16<Blocks>::load(x + l * Decimation));
             repeat<kAccumulators>([&](auto a) UTILS_SSE_LAMBDA {
                 constexpr int g = decltype(l)::value - decltype(a)::value * kNext;
                 if constexpr (g == 0)
@@ -66,9 +67,9 @@ struct Filter
             });
         });
         if constexpr (kAccumulators == 2)
-            return add_neighbours_wrap(sum[0], sum[1]);
+            return collect_pairs(add_neighbours_wrap(sum[0], sum[1]));
         else
-            return add_neighbours_wrap(add_neighbours_wrap(sum[0], sum[1]), add_neighbours_wrap(sum[2], sum[3]));
+            return collect_lanes(fold_each_wrap(sum[0], sum[1], sum[2], sum[3]));
     }
 };
 
@@ -96,32 +97,43 @@ void detect_one_by_one(const Lines<Signals>& in, float* out, const short* table,
     }
 }
 
-template <int Decimation, int Taps, int Signals>
-void detect(const Lines<Signals>& in, float* out, const short* table, int lines, std::ptrdiff_t in_stride,
-            std::ptrdiff_t out_stride, int count)
+// In registers of at most `Blocks` blocks: the widest that a line fills.
+template <int Blocks, int Decimation, int Taps, int Signals>
+UTILS_SSE_INLINE void detect_in(const Lines<Signals>& in, float* out, const short* table, int lines, std::ptrdiff_t in_stride,
+                                std::ptrdiff_t out_stride, int count)
 {
-    if (count < 0)
-        return;
-    using LowPass = Filter<Decimation, Taps>;
+    using LowPass = Filter<Decimation, Taps, Blocks>;
+    if constexpr (Blocks > 1) {
+        if (count < LowPass::kOutputs)
+            return detect_in<Blocks / 2, Decimation, Taps>(in, out, table, lines, in_stride, out_stride, count);
+    }
     const LowPass filter(table);
     for (int l = 0; l < lines; ++l) {
         const Lines<Signals> line_in = in.from(l * in_stride);
         float* line_out = out + l * out_stride;
-        const auto four = [&](std::ptrdiff_t j) UTILS_SSE_LAMBDA {
-            f32 sum[Signals];
+        const auto block = [&](std::ptrdiff_t j) UTILS_SSE_LAMBDA {
+            F32<Blocks> sum[Signals];
             repeat<Signals>([&](auto s) UTILS_SSE_LAMBDA {
-                sum[s] = to_float(shift_right<15>(filter.four_sums(line_in.line[s] + j * Decimation)));
+                sum[s] = to_float(shift_right<15>(filter.sums(line_in.line[s] + j * Decimation)));
             });
             store(line_out + j, envelope(sum));
         };
-        if (count >= 4)
-            cover_blocks<4>(count, four);
+        if (count >= LowPass::kOutputs)
+            cover_blocks<LowPass::kOutputs>(count, block);
         else
             detect_one_by_one(line_in, line_out, table, count, Decimation, LowPass::kVectors);
         // Unlike the general detectors: what is left of the output line becomes zero.
         if (count < out_stride)
             std::memset(line_out + count, 0, static_cast<std::size_t>(out_stride - count) * sizeof(float));
     }
+}
+
+template <int Decimation, int Taps, int Signals>
+void detect(const Lines<Signals>& in, float* out, const short* table, int lines, std::ptrdiff_t in_stride,
+            std::ptrdiff_t out_stride, int count)
+{
+    if (count >= 0)
+        detect_in<UTILS_SSE_MOST_BLOCKS, Decimation, Taps>(in, out, table, lines, in_stride, out_stride, count);
 }
 
 } // namespace

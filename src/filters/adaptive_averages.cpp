@@ -25,10 +25,11 @@ UTILS_SSE_INLINE void average_adaptively(unsigned char* dst, const unsigned char
     const Frames inner{frames + 1, frameCount - std::ptrdiff_t{2}};
     map_frame_sums(
         n, dst, inner, Unweighted(),
-        [=](PixelSums s, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const u8 bright = bit_and(maximum(load<u8>(first + i), load<u8>(fifth + i)), load<u8>(gate + i));
-            const i16 low = blend(divide_wrapping<8>(s.low, m, i), widen_low(bright));
-            const i16 high = blend(divide_wrapping<8>(s.high, m, i + 8), widen_high(bright));
+        [=](auto run, auto s, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const auto factors = run.load_two(m + i);
+            const auto bright = bit_and(maximum(run.load(first + i), run.load(fifth + i)), run.load(gate + i));
+            const auto low = blend(divide_wrapping(s.low, factors.low), widen_low(bright));
+            const auto high = blend(divide_wrapping(s.high, factors.high), widen_high(bright));
             return narrow_saturate(shift_right_unsigned<8>(low), shift_right_unsigned<8>(high));
         },
         // The tail is the mask average of all frames, neither blended nor gated, on purpose.
@@ -41,8 +42,8 @@ UTILS_SSE_INLINE void average_adaptively(unsigned char* dst, const unsigned char
 void CUtils_SSE::AdaptiveAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
                                  const unsigned short* mask, int n, unsigned char* gate)
 {
-    const i16 largest = broadcast_short(255);
-    average_adaptively(dst, frames, frameCount, mask, n, gate, [=](i16 average, i16 bright) UTILS_SSE_LAMBDA {
+    average_adaptively(dst, frames, frameCount, mask, n, gate, [=](auto average, auto bright) UTILS_SSE_LAMBDA {
+        const auto largest = decltype(bright)::broadcast(255);
         return add_wrap(multiply_low(average, subtract_wrap(largest, bright)), multiply_low(bright, bright));
     });
 }
@@ -50,9 +51,9 @@ void CUtils_SSE::AdaptiveAverage(unsigned char* dst, const unsigned char* const*
 void CUtils_SSE::WeightAdjustAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
                                      const unsigned short* mask, int n, unsigned char* gate, unsigned char k)
 {
-    const i16 weight = broadcast_short(k);
-    const i16 rest = broadcast_short(static_cast<short>(255 - k));
-    average_adaptively(dst, frames, frameCount, mask, n, gate, [=](i16 average, i16 bright) UTILS_SSE_LAMBDA {
+    average_adaptively(dst, frames, frameCount, mask, n, gate, [=](auto average, auto bright) UTILS_SSE_LAMBDA {
+        const auto weight = decltype(bright)::broadcast(k);
+        const auto rest = decltype(bright)::broadcast(static_cast<short>(255 - k));
         return add_wrap(multiply_low(average, rest), multiply_low(bright, weight));
     });
 }

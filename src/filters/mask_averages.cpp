@@ -9,12 +9,13 @@ namespace {
 constexpr unsigned char kBlack = 0;
 
 // min(255, p >> 8) of the 32-bit products p = s * m, both read as signed and p then as unsigned: a negative product gives 255.
-UTILS_SSE_INLINE u8 divide_saturating(PixelSums s, i16 m_low, i16 m_high)
+template <int N>
+UTILS_SSE_INLINE U8<N> divide_saturating(PixelSums<N> s, I16x2<N> m)
 {
-    const u8 middle = narrow_saturate(divide_wrapping(s.low, m_low), divide_wrapping(s.high, m_high)); // bits 8 .. 15
-    const u8 beyond = narrow_saturate_signed(multiply_high(s.low, m_low), multiply_high(s.high, m_high));
-    const u8 fits = equal(beyond, zero<u8>());
-    return bit_or(middle, bit_without(broadcast_byte(255), fits));
+    const U8<N> middle = narrow_saturate(divide_wrapping(s.low, m.low), divide_wrapping(s.high, m.high)); // bits 8 .. 15
+    const U8<N> beyond = narrow_saturate_signed(multiply_high(s.low, m.low), multiply_high(s.high, m.high));
+    const U8<N> fits = equal(beyond, zero<U8<N>>());
+    return bit_or(middle, bit_without(U8<N>::broadcast(255), fits));
 }
 
 // Frame weights in sixteenths. In the body of a frame's products the low 16 bits count, in the tail all of them, on purpose.
@@ -23,7 +24,11 @@ struct WrappingWeights
     struct Weight
     {
         i16 w;
-        UTILS_SSE_INLINE i16 operator()(i16 pixels) const { return shift_right_unsigned<4>(multiply_low(pixels, w)); }
+        template <int N>
+        UTILS_SSE_INLINE I16<N> operator()(I16<N> pixels) const
+        {
+            return shift_right_unsigned<4>(multiply_low(pixels, in_every_block<N>(w)));
+        }
     };
     const short* weights;
     UTILS_SSE_INLINE Weight of(std::ptrdiff_t j) const { return {broadcast_short(weights[j])}; }
@@ -53,8 +58,10 @@ void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* fra
     // Body and tail keep bits 8 .. 15 of the product; nothing saturates.
     map_frame_sums(
         n, dst, list, Unweighted(),
-        [=](PixelSums s, std::ptrdiff_t i)
-            UTILS_SSE_LAMBDA { return narrow_saturate(divide_wrapping<8>(s.low, m, i), divide_wrapping<8>(s.high, m, i + 8)); },
+        [=](auto run, auto s, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const auto factors = run.load_two(m + i);
+            return narrow_saturate(divide_wrapping(s.low, factors.low), divide_wrapping(s.high, factors.high));
+        },
         list, Unweighted(),
         [=](auto count, i16 s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_wrapping<count()>(s, m, i); });
 }
@@ -67,9 +74,8 @@ void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* fra
     const short* w = lanes_of(weights);
     map_frame_sums(
         n, dst, list, WrappingWeights{w},
-        [=](PixelSums s, std::ptrdiff_t i)
-            UTILS_SSE_LAMBDA { return divide_saturating(s, load<i16>(m + i), load<i16>(m + i + 8)); },
-        list, FullWeights{w}, // and no saturation, on purpose
+        [=](auto run, auto s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_saturating(s, run.load_two(m + i)); }, list,
+        FullWeights{w}, // and no saturation, on purpose
         [=](auto count, i16 s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_wrapping<count()>(s, m, i); });
 }
 
@@ -80,7 +86,7 @@ void CUtils_SSE::MaskAverageWithDifferentDivisors(unsigned char* dst, const unsi
     const short* w = lanes_of(weights);
     map_frame_sums(
         n, dst, list, WrappingWeights{w},
-        [](PixelSums s, std::ptrdiff_t) UTILS_SSE_LAMBDA { return narrow_saturate(s.low, s.high); }, list, FullWeights{w},
+        [](auto, auto s, std::ptrdiff_t) UTILS_SSE_LAMBDA { return narrow_saturate(s.low, s.high); }, list, FullWeights{w},
         // The tail divides by 256 once more, on purpose.
         [](auto, i16 s, std::ptrdiff_t) UTILS_SSE_LAMBDA { return shift_right_unsigned<8>(s); });
 }

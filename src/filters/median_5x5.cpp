@@ -24,12 +24,11 @@ namespace {
 
 // What two rows of windows have in common, one entry for each two columns. Whole vectors are stored and loaded: behind the last
 // entry stands nothing of use.
-template <class V>
+template <class T>
 struct Shared
 {
-    using T = typename V::element;
     static constexpr int most = 512 / static_cast<int>(sizeof(T)); // pairs of result columns
-    static constexpr int room = most + 2 + 2 * V::lanes;
+    static constexpr int room = most + 2 + 2 * UTILS_SSE_MOST_BLOCKS * 16 / static_cast<int>(sizeof(T));
 
     T even[4][room], odd[4][room];             // columns 2k and 2k + 1 of rows 1 .. 4, each sorted
     T both[8][room];                           // columns 2k + 1 and 2k + 2 of rows 1 .. 4, sorted together
@@ -56,11 +55,22 @@ template <class V>
 struct Split
 {
     V even, odd;
+
+    static UTILS_SSE_INLINE Split load(const typename V::element* p)
+    {
+        V low, high;
+        load_in_turn(p, low.v, high.v);
+        return {even_lanes(low, high), odd_lanes(low, high)};
+    }
+    static UTILS_SSE_INLINE void store(typename V::element* p, const Split& x)
+    {
+        store_in_turn(p, interleave_low(x.even, x.odd).v, interleave_high(x.even, x.odd).v);
+    }
 };
 
 // split(r) returns the pixels of row r from column 2k on.
-template <class V, class SplitRow>
-UTILS_SSE_INLINE void sort_columns(Shared<V>& shared, std::ptrdiff_t k, const SplitRow& split)
+template <class V, class T, class SplitRow>
+UTILS_SSE_INLINE void sort_columns(Shared<T>& shared, std::ptrdiff_t k, const SplitRow& split)
 {
     const Split<V> r1 = split(1), r2 = split(2), r3 = split(3), r4 = split(4);
     store_sorted(shared.even, k, merge(sorted(r1.even, r2.even), sorted(r3.even, r4.even)));
@@ -72,8 +82,8 @@ UTILS_SSE_INLINE void sort_columns(Shared<V>& shared, std::ptrdiff_t k, const Sp
     store(shared.outer_odd[1] + k, r5.odd);
 }
 
-template <class V>
-UTILS_SSE_INLINE void sort_both(Shared<V>& shared, std::ptrdiff_t k)
+template <class V, class T>
+UTILS_SSE_INLINE void sort_both(Shared<T>& shared, std::ptrdiff_t k)
 {
     store_sorted(shared.both, k, merge(load_sorted<V>(shared.odd, k), load_sorted<V>(shared.even, k + 1)));
     repeat<2>([&](auto r) UTILS_SSE_LAMBDA {
@@ -83,8 +93,8 @@ UTILS_SSE_INLINE void sort_both(Shared<V>& shared, std::ptrdiff_t k)
 }
 
 // The medians of the windows that begin with columns 2k and 2k + 1, in the upper and in the lower row.
-template <class V, class Put>
-UTILS_SSE_INLINE void select_medians(const Shared<V>& shared, std::ptrdiff_t k, const Put& put)
+template <class V, class T, class Put>
+UTILS_SSE_INLINE void select_medians(const Shared<T>& shared, std::ptrdiff_t k, const Put& put)
 {
     const Sorted<V, 10> core = every<3, 1, 10>(merge(load_sorted<V>(shared.both, k), load_sorted<V>(shared.both, k + 1)));
     const Sorted<V, 6> left = every<4, 1, 6>(merge(core, load_sorted<V>(shared.even, k)));
@@ -92,7 +102,7 @@ UTILS_SSE_INLINE void select_medians(const Shared<V>& shared, std::ptrdiff_t k, 
     repeat<2>([&](auto r) UTILS_SSE_LAMBDA {
         const Sorted<V, 4> four =
             merge(load_sorted<V>(shared.outer_both[r()], k), load_sorted<V>(shared.outer_both[r()], k + 1));
-        const auto median = [&](const Sorted<V, 6>& six, const typename V::element* fifth)
+        const auto median = [&](const Sorted<V, 6>& six, const T* fifth)
                                 UTILS_SSE_LAMBDA { return merge(six, merge(four, Sorted<V, 1>{{load<V>(fifth)}})).at[5]; };
         put(r, Split<V>{median(left, shared.outer_even[r()] + k), median(right, shared.outer_odd[r()] + k + 2)});
     });
@@ -113,40 +123,34 @@ UTILS_SSE_INLINE void for_blocks(std::ptrdiff_t count, const Body& body)
 // `count` results of each of two rows, from upper[0] and lower[0] on. rows[r][0] is the upper left pixel of the windows in
 // row r. When count is odd, one more result is written, which is of no use.
 template <class V, class T>
-void filter_rows(Shared<V>& shared, T* upper, T* lower, const T* const (&rows)[6], int count)
+void filter_rows(Shared<T>& shared, T* upper, T* lower, const T* const (&rows)[6], int count)
 {
-    constexpr int lanes = V::lanes;
+    constexpr int lanes = V::blocks * V::lanes;
     const std::ptrdiff_t whole = (count + 4) / 2; // pairs of columns
-    const auto split = [](const T* p) UTILS_SSE_LAMBDA {
-        const V low = load<V>(p), high = load<V>(p + lanes);
-        return Split<V>{even_lanes(low, high), odd_lanes(low, high)};
-    };
     if (whole >= lanes) {
         for_blocks<lanes>(whole, [&](std::ptrdiff_t k) UTILS_SSE_LAMBDA {
-            sort_columns<V>(shared, k, [&](int r) UTILS_SSE_LAMBDA { return split(rows[r] + 2 * k); });
+            sort_columns<V>(shared, k, [&](int r) UTILS_SSE_LAMBDA { return Split<V>::load(rows[r] + 2 * k); });
         });
         if (count % 2 != 0)
-            sort_columns<V>(shared, whole, [&](int r) UTILS_SSE_LAMBDA {
-                const V last = Part<V, static_cast<int>(sizeof(T))>::load(rows[r] + 2 * whole);
-                return Split<V>{last, last};
+            sort_columns<typename VectorOf<T, 1>::type>(shared, whole, [&](int r) UTILS_SSE_LAMBDA {
+                const auto last = Part<V, static_cast<int>(sizeof(T))>::load(rows[r] + 2 * whole);
+                return Split<typename VectorOf<T, 1>::type>{last, last};
             });
     } else {
         T copies[6][2 * lanes] = {};
         for (int r = 0; r < 6; ++r)
             std::memcpy(copies[r], rows[r], static_cast<std::size_t>(count + 4) * sizeof(T));
-        sort_columns<V>(shared, 0, [&](int r) UTILS_SSE_LAMBDA { return split(copies[r]); });
+        sort_columns<V>(shared, 0, [&](int r) UTILS_SSE_LAMBDA { return Split<V>::load(copies[r]); });
     }
 
     const std::ptrdiff_t pairs = (count + 1) / 2; // of results
     for (std::ptrdiff_t k = 0; k <= pairs; k += lanes)
-        sort_both(shared, k);
+        sort_both<V>(shared, k);
 
     const auto select_into = [&](T* first, T* second) UTILS_SSE_LAMBDA {
         for_blocks<lanes>(pairs, [&](std::ptrdiff_t k) UTILS_SSE_LAMBDA {
-            select_medians(shared, k, [&](auto r, const Split<V>& medians) UTILS_SSE_LAMBDA {
-                T* const to = (r() == 0 ? first : second) + 2 * k;
-                store(to, interleave_low(medians.even, medians.odd));
-                store(to + lanes, interleave_high(medians.even, medians.odd));
+            select_medians<V>(shared, k, [&](auto r, const Split<V>& medians) UTILS_SSE_LAMBDA {
+                Split<V>::store((r() == 0 ? first : second) + 2 * k, medians);
             });
         });
     };
@@ -159,7 +163,19 @@ void filter_rows(Shared<V>& shared, T* upper, T* lower, const T* const (&rows)[6
     }
 }
 
-template <class V, class T>
+// In vectors of at most `Blocks` blocks: the widest that a row fills.
+template <int Blocks, class T>
+UTILS_SSE_INLINE void filter_rows_in(Shared<T>& shared, T* upper, T* lower, const T* const (&rows)[6], int count)
+{
+    using V = typename VectorOf<T, Blocks>::type;
+    if constexpr (Blocks > 1) {
+        if (count < 2 * Blocks * V::lanes)
+            return filter_rows_in<Blocks / 2>(shared, upper, lower, rows, count);
+    }
+    filter_rows<V>(shared, upper, lower, rows, count);
+}
+
+template <class T>
 void median_5x5(T* dst, const T* src, std::ptrdiff_t pitch, int width, int height)
 {
     const std::ptrdiff_t bytes = std::ptrdiff_t{width} * static_cast<std::ptrdiff_t>(sizeof(T));
@@ -167,9 +183,9 @@ void median_5x5(T* dst, const T* src, std::ptrdiff_t pitch, int width, int heigh
         copy_rows(dst, src, pitch, height, bytes);
         return;
     }
-    Shared<V> shared;
+    Shared<T> shared;
     for (int x = 0; x < width - 4;) {
-        const int count = std::min(2 * Shared<V>::most, width - 4 - x);
+        const int count = std::min(2 * Shared<T>::most, width - 4 - x);
         for (std::ptrdiff_t y = 0; y < height - 4; y += 2) {
             // A single row at the end is filtered twice: with its first row instead of one below, its windows stay the same.
             const bool single = y == height - 5;
@@ -177,7 +193,8 @@ void median_5x5(T* dst, const T* src, std::ptrdiff_t pitch, int width, int heigh
             const T* const rows[6] = {
                 top, top + pitch, top + 2 * pitch, top + 3 * pitch, top + 4 * pitch, single ? top : top + 5 * pitch};
             T* const upper = dst + (y + 2) * pitch + x + 2;
-            filter_rows<V>(shared, upper, single ? upper : upper + pitch, rows, count);
+            T* const lower = single ? upper : upper + pitch;
+            filter_rows_in<UTILS_SSE_MOST_BLOCKS>(shared, upper, lower, rows, count);
         }
         x += count;
     }
@@ -194,15 +211,15 @@ void median_5x5(T* dst, const T* src, std::ptrdiff_t pitch, int width, int heigh
 
 void CUtils_SSE::MedianFilter2DWin5(unsigned char* dst, const unsigned char* src, int pitch, int width, int height)
 {
-    median_5x5<u8>(dst, src, pitch, width, height);
+    median_5x5(dst, src, pitch, width, height);
 }
 
 void CUtils_SSE::MedianFilter2DWin5(float* dst, const float* src, int pitch, int width, int height)
 {
-    median_5x5<f32>(dst, src, pitch, width, height);
+    median_5x5(dst, src, pitch, width, height);
 }
 
 void CUtils_SSE::MedianFilter2DWin5Short(short* dst, short* src, int pitch, int width, int height)
 {
-    median_5x5<i16, short>(dst, src, pitch, width, height);
+    median_5x5<short>(dst, src, pitch, width, height);
 }

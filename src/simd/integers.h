@@ -265,6 +265,36 @@ UTILS_SSE_INLINE i64 add_blocks_wrap(I64<4> x)
     return add_blocks_wrap(I64<2>{_mm256_add_epi64(_mm512_castsi512_si256(x.v), _mm512_extracti64x4_epi64(x.v, 1))});
 }
 #endif
+// Lane 0 of every block, then lane 1 of every block, and so on; and pairs of lanes in the same way.
+UTILS_SSE_INLINE i32 collect_lanes(i32 x)
+{
+    return x;
+}
+UTILS_SSE_INLINE i32 collect_pairs(i32 x)
+{
+    return x;
+}
+#if UTILS_SSE_MOST_BLOCKS >= 2
+UTILS_SSE_INLINE I32<2> collect_lanes(I32<2> x)
+{
+    return {_mm256_permutevar8x32_epi32(x.v, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7))};
+}
+UTILS_SSE_INLINE I32<2> collect_pairs(I32<2> x)
+{
+    return {_mm256_permute4x64_epi64(x.v, _MM_SHUFFLE(3, 1, 2, 0))};
+}
+#endif
+#if UTILS_SSE_MOST_BLOCKS >= 4
+UTILS_SSE_INLINE I32<4> collect_lanes(I32<4> x)
+{
+    return {_mm512_permutexvar_epi32(_mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15), x.v)};
+}
+UTILS_SSE_INLINE I32<4> collect_pairs(I32<4> x)
+{
+    return {_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), x.v)};
+}
+#endif
+
 // The sum of all lanes; wraps.
 UTILS_SSE_INLINE int fold_wrap(i32 x)
 {

@@ -221,5 +221,19 @@ UTILS_SSE_INLINE void load_in_turn(const void* p, __m512i& low, __m512i& high)
 }
 #endif
 
+template <class R>
+UTILS_SSE_INLINE auto store_in_turn(void* p, R low, R high) -> decltype(mm::as_si(low), void())
+{
+    store_in_turn(p, mm::as_si(low), mm::as_si(high));
+}
+template <class R>
+UTILS_SSE_INLINE auto load_in_turn(const void* p, R& low, R& high) -> decltype(mm::as_si(low), void())
+{
+    decltype(mm::as_si(low)) first, second;
+    load_in_turn(p, first, second);
+    low = mm::as_ps(first);
+    high = mm::as_ps(second);
+}
+
 } // namespace UTILS_SSE_TIER
 } // namespace simd

@@ -273,6 +273,21 @@ UTILS_SSE_INLINE i16 load_four_twice(const short* p)
     const __m128i four = load_four(p).v;
     return {_mm_unpacklo_epi64(four, four)};
 }
+// x in every block.
+template <int N>
+UTILS_SSE_INLINE I16<N> in_every_block(i16 x)
+{
+    if constexpr (N == 1)
+        return x;
+#if UTILS_SSE_MOST_BLOCKS >= 2
+    if constexpr (N == 2)
+        return {_mm256_broadcastsi128_si256(x.v)};
+#endif
+#if UTILS_SSE_MOST_BLOCKS >= 4
+    if constexpr (N == 4)
+        return {_mm512_broadcast_i32x4(x.v)};
+#endif
+}
 UTILS_SSE_INLINE u8 load_four(const unsigned char* p)
 {
     return {_mm_cvtsi32_si128(Memory<int>::load(p))};
