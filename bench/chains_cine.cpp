@@ -11,7 +11,27 @@
 #endif
 
 namespace bench {
+
+using Five = void (*)(unsigned char*, const unsigned char*, const unsigned char*, const unsigned char*, const unsigned char*,
+                      const unsigned char*, int);
+#define UTILS_SSE_PLAIN(maker)                                                                                                 \
+    void median_of_five_##maker(unsigned char*, const unsigned char*, const unsigned char*, const unsigned char*,              \
+                                const unsigned char*, const unsigned char*, int);
+#include "plain_makers.inc"
+#undef UTILS_SSE_PLAIN
+
 namespace {
+
+// A plain loop takes the median of whole lines; null: not a plain loop.
+Five plain_median(const std::string& maker)
+{
+#define UTILS_SSE_PLAIN(name)                                                                                                  \
+    if (maker == #name)                                                                                                        \
+        return median_of_five_##name;
+#include "plain_makers.inc"
+#undef UTILS_SSE_PLAIN
+    return nullptr;
+}
 
 constexpr int kSide = 512;
 constexpr int kPixels = kSide * kSide;
@@ -75,10 +95,10 @@ struct State
 
 Candidate filtered_by(const Maker& maker, const Array<unsigned char>& frames)
 {
-    using Five = void (*)(unsigned char*, const unsigned char*, const unsigned char*, const unsigned char*,
-                          const unsigned char*, const unsigned char*, int);
     using Spatial = void (*)(unsigned char*, const unsigned char*, int, int, int);
-    const auto five = maker.function("MedianFilter (five frames of bytes)", Five());
+    const Five plain = plain_median(maker.name);
+    const Five five = plain != nullptr ? plain : maker.function("MedianFilter (five frames of bytes)", Five());
+    const int step = plain != nullptr ? kPixels : 15; // the library's tail alone takes the median of five
     const auto persist = maker.function("PersistImage", &CUtils_SSE::PersistImage);
     const auto median = maker.function("MedianFilter2DWin3 (bytes)", Spatial());
     const auto on = std::make_shared<State>(State{frames});
@@ -88,12 +108,11 @@ Candidate filtered_by(const Maker& maker, const Array<unsigned char>& frames)
     candidate.stages = {
         {"median of five",
          [=](const Piece& p) {
-             // Its tail alone takes the median of five: calls of less than a block.
              const LastFive f(on->frames, p);
              unsigned char* const to = on->median.data() + p.first * kSide;
              const int n = (p.end - p.first) * kSide;
-             for (int i = 0; i < n; i += 15)
-                 five(to + i, f.of[0] + i, f.of[1] + i, f.of[2] + i, f.of[3] + i, f.of[4] + i, std::min(15, n - i));
+             for (int i = 0; i < n; i += step)
+                 five(to + i, f.of[0] + i, f.of[1] + i, f.of[2] + i, f.of[3] + i, f.of[4] + i, std::min(step, n - i));
          }},
         {"persistence",
          [=](const Piece& p) {
