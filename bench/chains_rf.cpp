@@ -105,20 +105,27 @@ Array<unsigned char> compression_table()
 
 Candidate grey_by(const Maker& maker, const RfFrame& frame)
 {
+    // Of a block of lines.
+    struct Scratch
+    {
+        Array<short> i, q;
+        Array<float> envelope;
+        Array<unsigned char> filtered; // of all lines
+
+        explicit Scratch(const RfFrame& f)
+            : i(static_cast<std::size_t>(kBlock * f.samples + 8)), q(i.size()),
+              envelope(static_cast<std::size_t>(kBlock * f.pitch)), filtered(f.pixels())
+        {}
+    };
     struct State
     {
         RfFrame frame;
-        Array<short> i, q, taps{2 * kTaps};
-        Array<float> envelope, scaled[2];
+        Array<short> taps{2 * kTaps};
         Array<unsigned char> table = compression_table();
-        Array<unsigned char> grey, filtered[2], packed;
+        Array<unsigned char> grey, packed;
+        Scratch scratch[2];
 
-        explicit State(const RfFrame& f)
-            : frame(f), i(f.rf.size() + 8), q(f.rf.size() + 8),
-              envelope(f.pixels()), scaled{Array<float>(static_cast<std::size_t>(kBlock * f.pitch)),
-                                           Array<float>(static_cast<std::size_t>(kBlock * f.pitch))},
-              grey(f.pixels()), filtered{Array<unsigned char>(f.pixels()), Array<unsigned char>(f.pixels())},
-              packed(4 * f.pixels())
+        explicit State(const RfFrame& f) : frame(f), grey(f.pixels()), packed(4 * f.pixels()), scratch{Scratch(f), Scratch(f)}
         {
             for (std::size_t k = 0; k < kTaps; ++k) // every four taps twice, as the detector wants them
                 taps[k / 4 * 8 + k % 4] = taps[k / 4 * 8 + k % 4 + 4] = static_cast<short>(f.taps[k]);
@@ -140,37 +147,38 @@ Candidate grey_by(const Maker& maker, const RfFrame& frame)
     candidate.stages = {
         {"mixing",
          [=](const Piece& p) {
+             const Scratch& s = on->scratch[p.part];
              const int n = on->frame.samples;
-             mix(on->frame.rf.data() + p.first * n, on->i.data() + p.first * n, on->q.data() + p.first * n,
-                 on->frame.cosine.data(), on->frame.sine.data(), p.end - p.first, n);
+             mix(on->frame.rf.data() + p.first * n, s.i.data(), s.q.data(), on->frame.cosine.data(), on->frame.sine.data(),
+                 p.end - p.first, n);
          }},
         {"envelope",
          [=](const Piece& p) {
+             const Scratch& s = on->scratch[p.part];
              const RfFrame& f = on->frame;
-             detect(on->i.data() + p.first * f.samples, on->q.data() + p.first * f.samples,
-                    on->envelope.data() + p.first * f.pitch, on->taps.data(), p.end - p.first, f.samples, f.pitch, f.count,
+             detect(s.i.data(), s.q.data(), s.envelope.data(), on->taps.data(), p.end - p.first, f.samples, f.pitch, f.count,
                     kTaps, kDecimation);
          }},
         {"compression",
          [=](const Piece& p) {
+             const Scratch& s = on->scratch[p.part];
              const int pitch = on->frame.pitch;
              const int n = (p.end - p.first) * pitch;
-             scale(on->scaled[p.part].data(), on->envelope.data() + p.first * pitch,
-                   static_cast<float>(kFullScale / kReference), n);
-             look_up(on->grey.data() + p.first * pitch, on->scaled[p.part].data(), on->table.data(), n);
+             scale(s.envelope.data(), s.envelope.data(), static_cast<float>(kFullScale / kReference), n);
+             look_up(on->grey.data() + p.first * pitch, s.envelope.data(), on->table.data(), n);
          }},
         {"median 3x3",
          [=](const Piece& p) {
              const RfFrame& f = on->frame;
              const Surroundings around(p, f.lines);
-             median(on->filtered[p.part].data() + around.first * f.pitch, on->grey.data() + around.first * f.pitch, f.pitch,
-                    f.count, around.end - around.first);
+             median(on->scratch[p.part].filtered.data() + around.first * f.pitch, on->grey.data() + around.first * f.pitch,
+                    f.pitch, f.count, around.end - around.first);
          },
          true},
         {"pixels",
          [=](const Piece& p) {
              const int pitch = on->frame.pitch;
-             pack(on->packed.data() + 4 * p.first * pitch, on->filtered[p.part].data() + p.first * pitch,
+             pack(on->packed.data() + 4 * p.first * pitch, on->scratch[p.part].filtered.data() + p.first * pitch,
                   (p.end - p.first) * pitch, kFill);
          }},
     };
@@ -185,7 +193,7 @@ Candidate grey_by_opencv(const RfFrame& frame)
 {
     struct Scratch
     {
-        cv::Mat samples, phases[4], product, part, mixed[2], logarithm;
+        cv::Mat samples, phases[4], product, part, mixed[2], envelope, logarithm;
         cv::Mat filtered;
     };
     struct State
@@ -193,11 +201,10 @@ Candidate grey_by_opencv(const RfFrame& frame)
         RfFrame frame;
         cv::Mat carriers[2][4]; // cosine and sine, one row for each line of a block
         cv::Mat taps[4];
-        Array<float> envelope;
         Array<unsigned char> grey, packed;
         Scratch scratch[2];
 
-        explicit State(const RfFrame& f) : frame(f), envelope(f.pixels()), grey(f.pixels()), packed(4 * f.pixels())
+        explicit State(const RfFrame& f) : frame(f), grey(f.pixels()), packed(4 * f.pixels())
         {
             for (int phase = 0; phase < 4; ++phase) {
                 for (int wave = 0; wave < 2; ++wave) {
@@ -214,11 +221,6 @@ Candidate grey_by_opencv(const RfFrame& frame)
             }
             for (Scratch& part : scratch)
                 part.filtered.create(f.lines, f.pitch, CV_8U);
-        }
-        cv::Mat lines_of(const Array<float>& values, int first, int end) const
-        {
-            return {end - first, frame.count, CV_32F, values.data() + first * frame.pitch,
-                    static_cast<std::size_t>(frame.pitch) * sizeof(float)};
         }
         cv::Mat lines_of(const Array<unsigned char>& values, int first, int end) const
         {
@@ -248,13 +250,12 @@ Candidate grey_by_opencv(const RfFrame& frame)
                      if (phase > 0)
                          cv::add(s.mixed[wave], s.part, s.mixed[wave]);
                  }
-             cv::Mat envelope = on->lines_of(on->envelope, p.first, p.end);
-             cv::magnitude(s.mixed[0].colRange(0, f.count), s.mixed[1].colRange(0, f.count), envelope);
+             cv::magnitude(s.mixed[0].colRange(0, f.count), s.mixed[1].colRange(0, f.count), s.envelope);
          }},
         {"compression",
          [=](const Piece& p) {
              Scratch& s = on->scratch[p.part];
-             cv::log(on->lines_of(on->envelope, p.first, p.end), s.logarithm);
+             cv::log(s.envelope, s.logarithm);
              cv::Mat grey = on->lines_of(on->grey, p.first, p.end);
              const double scale = 255 * kDecibels / kDynamicRange;
              s.logarithm.convertTo(grey, CV_8U, scale, 255 - scale * std::log(kReference));
