@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <map>
 #include <random>
@@ -124,21 +125,23 @@ struct Timing
     int next = 0;                              // frame
 };
 
+// Seconds per frame: on one core of processor time, which other programs do not disturb; on two threads of wall clock.
 double run(const Chain& chain, const Candidate& candidate, Timing& timing, int frames, int threads, double* times = nullptr)
 {
     Barrier barrier(threads);
     const int first = timing.next;
     timing.next += frames;
-    const Clock::time_point start = Clock::now();
     if (threads == 1) {
+        const std::clock_t processor = std::clock();
         run_part(chain, candidate, 0, 1, first, timing.next, barrier, times);
-    } else {
-        std::vector<std::thread> all;
-        for (int part = 0; part < threads; ++part)
-            all.emplace_back([&, part] { run_part(chain, candidate, part, threads, first, timing.next, barrier, nullptr); });
-        for (std::thread& thread : all)
-            thread.join();
+        return static_cast<double>(std::clock() - processor) / CLOCKS_PER_SEC / frames;
     }
+    const Clock::time_point start = Clock::now();
+    std::vector<std::thread> all;
+    for (int part = 0; part < threads; ++part)
+        all.emplace_back([&, part] { run_part(chain, candidate, part, threads, first, timing.next, barrier, nullptr); });
+    for (std::thread& thread : all)
+        thread.join();
     return seconds_since(start) / frames;
 }
 
@@ -207,7 +210,7 @@ void measure(const Chain& chain, std::vector<Timing>& timings, int repetitions, 
     for (std::size_t i = 0; i < chain.candidates.size(); ++i) {
         order.push_back(i);
         const double once = run(chain, chain.candidates[i], timings[i], 2, 1);
-        timings[i].frames = std::max(2, static_cast<int>(seconds / once));
+        timings[i].frames = std::max(2, static_cast<int>(seconds / std::max(once, 1e-6)));
         timings[i].stages.assign(chain.candidates[i].stages.size(), 0);
     }
     std::mt19937 generator(1);

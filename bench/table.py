@@ -201,7 +201,7 @@ def chain_tables(paths):
         f"{', '.join(f'{printed[name]} {version}' for name, version in versions.items())}. Median half-spread of the repetitions: "
         f"{spread('one_core'):.0f} % on one core, {spread('two_threads'):.0f} % on two threads.",
         "",
-        "Frames per second on one core / on two threads; in parentheses the time on one core over that of `utils_sse`. Of several candidates in a column the fastest.",
+        "Frames per second on one core (processor time) / on two threads (wall clock); in parentheses the time on one core over that of `utils_sse`. Of several candidates in a column the fastest.",
         "",
     ]
     lines += table(["chain", *own, "plain, SSE4.1", "plain, this machine", "OpenCV", "NumPy and SciPy"], [
