@@ -82,6 +82,7 @@ std::string table_of(const StageTimes& times, std::int64_t frames, int repetitio
             table += row_of(stage, stage.seconds * 1e3 / made, share_of(stage.seconds));
             rest -= stage.seconds;
         }
+    rest = std::max(0.0, rest);
     table += row_of({"other", rest, 0, StageKind::chain}, rest * 1e3 / made, share_of(rest));
     std::snprintf(line, sizeof line, "%-16s %10.3f %8s    %.1f frames per s; %lld frame%s, each made %d time%s\n", "chain",
                   chain * 1e3 / made, "100.0 %", chain > 0 ? made / chain : 0.0, static_cast<long long>(frames),
