@@ -29,14 +29,14 @@ case "${1:-}" in
     echo "raw results: build/release/bench/quick.json, quick-chains.json, quick-chains-python.json"
     ;;
 --chains)
-    measure_chains chains --repetitions 9 --seconds 0.2
+    measure_chains chains --repetitions 9 --seconds 0.1
     tabulate_chains
     ;;
 "")
     measure tasks utils_sse_tasks --benchmark_repetitions=7 >/dev/null
     measure caches utils_sse_bench --benchmark_repetitions=7 --benchmark_filter='-/memory/' >/dev/null
     measure memory utils_sse_bench --benchmark_repetitions=3 --benchmark_filter='/memory/' >/dev/null
-    measure_chains chains --repetitions 9 --seconds 0.2
+    measure_chains chains --repetitions 9 --seconds 0.1
     python3 bench/table.py docs/performance.md build/release/bench/{caches,memory}.json \
         --tasks build/release/bench/tasks.json --readme README.md
     tabulate_chains
