@@ -82,7 +82,7 @@ def rf_chain(detect):
             stages.done("mixing and envelope")
             grey = compressed(envelope, reference, dynamic_range)
             stages.done("compression")
-            grey = scipy.ndimage.median_filter(grey, size=3)
+            grey = scipy.signal.medfilt2d(grey, 3)  # faster than ndimage.median_filter
             stages.done("median 3x3")
             packed = pixels_of(grey)
             stages.done("pixels")
@@ -191,7 +191,7 @@ def cine_chain(median_of_five):
             shown += median.astype(numpy.uint16) * numpy.uint16(16 - shown_weight)
             shown >>= 4
             stages.done("persistence")
-            result = scipy.ndimage.median_filter(shown.astype(numpy.uint8), size=3)
+            result = scipy.signal.medfilt2d(shown.astype(numpy.uint8), 3)
             stages.done("median 3x3")
             return result[1:-1, 1:-1]
 

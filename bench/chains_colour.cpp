@@ -284,12 +284,13 @@ Candidate colour_by(const Maker& maker, const Ensembles& in, bool mixed)
 }
 
 #if UTILS_SSE_BENCH_OPENCV
-// Ensembles are transposed: a row for each firing, so that sums over firings are sums of rows.
+// Matrices multiply ensembles as they lie, which OpenCV does fastest; then they are transposed: a row for each firing, so
+// that sums over firings are sums of rows.
 struct OpenCv
 {
     struct Scratch
     {
-        cv::Mat floats, i, q, filtered_i, filtered_q, product[2], real, imaginary, power, phase, steps, strong;
+        cv::Mat i, q, filtered_i, filtered_q, rows_i, rows_q, product[2], real, imaginary, power, phase, steps, strong;
         cv::Mat wide, angle, cosine, sine, turned_i, turned_q;
         std::vector<cv::Mat> channels;
     };
@@ -301,7 +302,7 @@ struct OpenCv
 
     explicit OpenCv(const Ensembles& ensembles)
         : in(ensembles), packed(4 * static_cast<std::size_t>(in.lines * in.pitch)),
-          matrix(in.firings, in.firings, CV_32F, in.matrix.data()), colours(1, 256, CV_8UC4), numbers(in.firings, 1, CV_32F),
+          matrix(in.firings, in.firings, CV_32F, in.matrix.data()), colours(1, 256, CV_8UC4), numbers(1, in.firings, CV_32F),
           all_real(in.lines, in.samples, CV_32F), all_imaginary(in.lines, in.samples, CV_32F),
           clutter(in.lines, in.samples, CV_32F)
     {
@@ -321,14 +322,16 @@ struct OpenCv
         Scratch& s = scratch[p.part];
         const int pixels = (p.end - p.first) * in.samples;
         const int at = p.first * in.samples * in.firings;
-        cv::Mat(pixels, in.firings, CV_16S, in.i.data() + at).convertTo(s.floats, CV_32F);
-        cv::transpose(s.floats, s.i);
-        cv::Mat(pixels, in.firings, CV_16S, in.q.data() + at).convertTo(s.floats, CV_32F);
-        cv::transpose(s.floats, s.q);
+        cv::Mat(pixels, in.firings, CV_16S, in.i.data() + at).convertTo(s.i, CV_32F);
+        cv::Mat(pixels, in.firings, CV_16S, in.q.data() + at).convertTo(s.q, CV_32F);
     }
 
-    static void correlate(Scratch& s, const cv::Mat& i, const cv::Mat& q, cv::Mat& real, cv::Mat& imaginary)
+    static void correlate(Scratch& s, const cv::Mat& ensembles_i, const cv::Mat& ensembles_q, cv::Mat& real, cv::Mat& imaginary)
     {
+        cv::Mat& i = s.rows_i;
+        cv::Mat& q = s.rows_q;
+        cv::transpose(ensembles_i, i);
+        cv::transpose(ensembles_q, q);
         const int n = i.rows;
         cv::multiply(i.rowRange(0, n - 1), i.rowRange(1, n), s.product[0]);
         cv::multiply(q.rowRange(0, n - 1), q.rowRange(1, n), s.product[1]);
@@ -382,12 +385,13 @@ struct OpenCv
     {
         Scratch& s = scratch[p.part];
         if (mixed) {
-            cv::gemm(numbers, clutter.rowRange(p.first, p.end).reshape(1, 1), 1, cv::noArray(), 0, s.angle);
+            cv::gemm(clutter.rowRange(p.first, p.end).reshape(1, (p.end - p.first) * in.samples), numbers, 1, cv::noArray(), 0,
+                     s.angle);
             cv::polarToCart(cv::noArray(), s.angle, s.cosine, s.sine);
             turn(s, s.i, s.q, false);
         }
-        cv::gemm(matrix, s.i, 1, cv::noArray(), 0, s.filtered_i);
-        cv::gemm(matrix, s.q, 1, cv::noArray(), 0, s.filtered_q);
+        cv::gemm(s.i, matrix, 1, cv::noArray(), 0, s.filtered_i); // the matrix is symmetric
+        cv::gemm(s.q, matrix, 1, cv::noArray(), 0, s.filtered_q);
         if (mixed)
             turn(s, s.filtered_i, s.filtered_q, true);
     }
@@ -396,8 +400,8 @@ struct OpenCv
     {
         Scratch& s = scratch[p.part];
         correlate(s, s.filtered_i, s.filtered_q, s.real, s.imaginary);
-        cv::multiply(s.filtered_i, s.filtered_i, s.product[0]);
-        cv::multiply(s.filtered_q, s.filtered_q, s.product[1]);
+        cv::multiply(s.rows_i, s.rows_i, s.product[0]);
+        cv::multiply(s.rows_q, s.rows_q, s.product[1]);
         cv::add(s.product[0], s.product[1], s.product[0]);
         cv::reduce(s.product[0], s.power, 0, cv::REDUCE_SUM);
     }
