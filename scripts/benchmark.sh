@@ -14,12 +14,11 @@ measure() { # name of the result, program, further options
         --benchmark_out_format=json --benchmark_min_time=0.005 "${@:3}"
 }
 measure_chains() { # name of the result, then options of both programs
-    local inputs
     inputs=$(mktemp -d)
+    trap 'rm -rf "$inputs"' EXIT
     build/release/bench/utils_sse_chains --inputs "$inputs" --out "build/release/bench/$1.json" "${@:2}"
     # Debian's interpreter, which has its packages.
     /usr/bin/python3 bench/chains.py "$inputs" "build/release/bench/$1-python.json" "${@:2}"
-    rm -r "$inputs"
 }
 tabulate_chains() { python3 bench/table.py docs/performance.md --chains build/release/bench/chains{,-python}.json; }
 case "${1:-}" in
