@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Turns the JSON of utils_sse_bench and utils_sse_tasks into the tables of docs/performance.md.
+"""Turns the JSON of utils_sse_bench, utils_sse_tasks, utils_sse_chains and chains.py into the tables of docs/performance.md.
 
-usage: table.py docs/performance.md RESULT.json... [--tasks TASKS.json] [--readme README.md]
+usage: table.py docs/performance.md [RESULT.json...] [--tasks TASKS.json] [--chains CHAINS.json...] [--readme README.md]
 
-Replaces what stands between the lines `<!-- begin: measured -->` and `<!-- end: measured -->`, with tasks also between those
-that say `tasks`. Times are medians of processor time over the repetitions of one interleaved run; ratios are time of the
+Replaces what stands between the lines `<!-- begin: measured -->` and `<!-- end: measured -->`, with tasks and chains also
+between those that say `tasks` and `chains`. Times are medians of processor time over the repetitions of one interleaved run; ratios are time of the
 competitor over time of utils_sse.
 """
 import argparse
@@ -221,6 +221,63 @@ def summary(path):
     return table(["", "per second", "best plain loop, SSE4.1", "best plain loop, this machine", "other library"], rows)
 
 
+def rate(times):
+    value = 1 / statistics.median(times)
+    return f"{value:,.0f}" if value >= 100 else f"{value:.1f}"
+
+
+def shares(run):
+    total = sum(run["seconds_of_stages"])
+    return ", ".join(f"{name} {100 * seconds / total:.0f} %" for name, seconds in zip(run["stages"], run["seconds_of_stages"]))
+
+
+def chain_tables(paths):
+    """Whole chains: frames per second, shares of the stages, and how the pictures of others differ."""
+    results = []
+    for path in paths:
+        with open(path) as file:
+            results.append(json.load(file))
+    chains = {}
+    for run in (run for result in results for run in result["chains"]):
+        chains.setdefault(run["chain"], {})[run["candidate"]] = run
+    versions = {name: result[name] for result in results for name in ("opencv", "python", "numpy", "scipy") if result.get(name)}
+    printed = {"opencv": "OpenCV", "python": "Python", "numpy": "NumPy", "scipy": "SciPy"}
+    all_runs = [run for group in chains.values() for run in group.values()]
+    spread = lambda key: 100 * statistics.median((max(run[key]) - min(run[key])) / statistics.median(run[key]) / 2 for run in all_runs)
+    python = lambda group: [name for name in group if name.startswith(("NumPy", "SciPy"))]
+    own = ["utils_sse", "v3", "v4"]
+
+    def cell(group, names, compared=True):
+        there = [name for name in names if name in group]
+        if not there:
+            return NONE
+        best = group[min(there, key=lambda name: statistics.median(group[name]["one_core"]))]
+        text = f"{rate(best['one_core'])} / {rate(best['two_threads'])}"
+        ratio = statistics.median(best["one_core"]) / statistics.median(group["utils_sse"]["one_core"])
+        return f"{text} ({ratio_text(ratio)})" if compared else text
+
+    lines = [
+        f"Machine: {processor()}; {'; '.join(c for c in (compiler('g++'), compiler('clang++')) if c)}; "
+        f"{', '.join(f'{printed[name]} {version}' for name, version in versions.items())}. Median half-spread of the repetitions: "
+        f"{spread('one_core'):.0f} % on one core, {spread('two_threads'):.0f} % on two threads.",
+        "",
+        "Frames per second on one core (processor time) / on two threads (wall clock); in parentheses the time on one core over that of `utils_sse`. Of several candidates in a column the fastest.",
+        "",
+    ]
+    lines += table(["chain", *own, "plain, SSE4.1", "plain, this machine", "OpenCV", "NumPy and SciPy"], [
+        [name, cell(group, own[:1], False), cell(group, own[1:2]), cell(group, own[2:]), cell(group, PLAIN[:2]), cell(group, PLAIN[2:]),
+         cell(group, ["OpenCV"]), cell(group, python(group))] for name, group in chains.items()])
+    lines += ["", "Where the time goes, on one core:", ""]
+    lines += table(["chain", "candidate", "milliseconds", "stages"], [
+        [name, candidate, f"{1e3 * statistics.median(group[candidate]['one_core']):.2f}", shares(group[candidate])]
+        for name, group in chains.items() for candidate in ("utils_sse", "OpenCV", *python(group)) if candidate in group])
+    lines += ["", "Pictures that are not the library's bit for bit:", ""]
+    lines += table(["chain", "candidate", "difference"], [
+        [name, candidate, run.get("difference") or f"{100 * run['differing']:.2g} % of the bytes differ, most by {run['levels']} levels at most"]
+        for name, group in chains.items() for candidate, run in group.items() if run.get("difference") or run["differing"] > 0])
+    return lines
+
+
 def replace_between(path, begin, end, lines):
     with open(path) as file:
         text = file.read()
@@ -234,19 +291,23 @@ def replace_between(path, begin, end, lines):
 if __name__ == "__main__":
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("document")
-    parser.add_argument("results", nargs="+")
+    parser.add_argument("results", nargs="*")
     parser.add_argument("--tasks")
+    parser.add_argument("--chains", nargs="+")
     parser.add_argument("--readme")
     arguments = parser.parse_args()
-    medians, counters, context, spread, bandwidth = read(arguments.results)
-    with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../operations/table.inc")) as file:
-        order = [name + (f" ({overload})" if overload else "") for name, overload in re.findall(r'^OPERATION\((\w+), "([^"]*)"', file.read(), re.M)]
-    # Operations that work with few lengths are timed with those and have a table of their own.
-    own_sizes = [operation for operation in operations_of(medians) if not any((operation, size) in medians for size in ("L1", "L2"))]
-    operations = [operation for operation in operations_of(medians) if operation not in own_sizes]
-    SIZES = [size for size in SIZES if any((operation, size) in medians for operation in operations)]
-    replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, bandwidth, operations, own_sizes))
+    if arguments.results:
+        medians, counters, context, spread, bandwidth = read(arguments.results)
+        with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../operations/table.inc")) as file:
+            order = [name + (f" ({overload})" if overload else "") for name, overload in re.findall(r'^OPERATION\((\w+), "([^"]*)"', file.read(), re.M)]
+        # Operations that work with few lengths are timed with those and have a table of their own.
+        own_sizes = [operation for operation in operations_of(medians) if not any((operation, size) in medians for size in ("L1", "L2"))]
+        operations = [operation for operation in operations_of(medians) if operation not in own_sizes]
+        SIZES = [size for size in SIZES if any((operation, size) in medians for operation in operations)]
+        replace_between(arguments.document, "<!-- begin: measured -->", "<!-- end: measured -->", measured(medians, counters, context, spread, bandwidth, operations, own_sizes))
     if arguments.tasks:
         replace_between(arguments.document, "<!-- begin: tasks -->", "<!-- end: tasks -->", task_tables(arguments.tasks))
+    if arguments.chains:
+        replace_between(arguments.document, "<!-- begin: chains -->", "<!-- end: chains -->", chain_tables(arguments.chains))
     if arguments.tasks and arguments.readme:
         replace_between(arguments.readme, "<!-- begin: speed -->", "<!-- end: speed -->", summary(arguments.tasks))

@@ -8,35 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-namespace operations {
-#define UTILS_SSE_PLAIN(maker) extern void (*const plain_##maker##_functions[])();
-#include "plain_makers.inc"
-#undef UTILS_SSE_PLAIN
-} // namespace operations
-
 namespace bench {
-
-operations::AnyFunction Maker::find(const std::string& title) const
-{
-    const std::vector<operations::Operation>& all = operations::all();
-    for (std::size_t i = 0; i < all.size(); ++i)
-        if (all[i].title() == title)
-            return functions ? functions[i] : all[i].function;
-    std::fprintf(stderr, "utils_sse_tasks: no operation '%s' in the table\n", title.c_str());
-    std::exit(1);
-}
-
-const std::vector<Maker>& makers()
-{
-    static const std::vector<Maker> all = {
-        {"utils_sse", nullptr, false},
-#define UTILS_SSE_PLAIN(maker)                                                                                                 \
-    {#maker, operations::plain_##maker##_functions, std::string(#maker).find("native") != std::string::npos},
-#include "plain_makers.inc"
-#undef UTILS_SSE_PLAIN
-    };
-    return all;
-}
 
 Contender copy_of(std::size_t bytes)
 {

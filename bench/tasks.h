@@ -36,7 +36,7 @@ struct Maker
 {
     std::string name;
     const operations::AnyFunction* functions; ///< null: the library's own
-    bool for_this_machine = false;            ///< compiled with -march=native
+    bool for_this_machine = false;            ///< compiled with -march=native, or a wider build
 
     /** The function with this title ("Average (weighted)"). */
     template <class Function>
@@ -49,6 +49,9 @@ struct Maker
 
 /** The library and every compiler's plain loops. */
 const std::vector<Maker>& makers();
+
+/** Those, and the library's wider builds that this machine runs ("v3", "v4"). */
+const std::vector<Maker>& makers_and_builds();
 
 /** An array that starts at a multiple of 64 bytes. */
 template <class T>

@@ -1,25 +1,50 @@
 #!/usr/bin/env bash
-# Measures every kernel beside the plain loop, and whole frames beside other libraries where they are installed, and writes the
-# tables of docs/performance.md and README.md.
-#   scripts/benchmark.sh [--quick]    --quick: a minute, few repetitions, prints where the raw result is and writes nothing
+# Measures every kernel beside the plain loop, whole frames beside other libraries where they are installed, and whole chains from
+# echoes to pixels beside OpenCV and NumPy, and writes the tables of docs/performance.md and README.md.
+#   scripts/benchmark.sh [--quick | --chains]
+#     --quick   a minute, few repetitions, prints where the raw results are and writes nothing
+#     --chains  the chains alone, with their tables
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 
-scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang python3 valgrind binutils
+scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang libopencv-dev libopenblas0-pthread valgrind binutils python3 python3-numpy \
+    python3-scipy
 configure_and_build release -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_BENCHMARKS=ON
 measure() { # name of the result, program, further options
     "build/release/bench/$2" --benchmark_enable_random_interleaving=true --benchmark_out="build/release/bench/$1.json" \
         --benchmark_out_format=json --benchmark_min_time=0.005 "${@:3}"
 }
-if [ "${1:-}" = --quick ]; then
+measure_chains() { # name of the result, then options of both programs
+    inputs=$(mktemp -d)
+    trap 'rm -rf "$inputs"' EXIT
+    build/release/bench/utils_sse_chains --inputs "$inputs" --out "build/release/bench/$1.json" "${@:2}"
+    # Debian's interpreter, which has its packages.
+    /usr/bin/python3 bench/chains.py "$inputs" "build/release/bench/$1-python.json" "${@:2}"
+}
+tabulate_chains() { python3 bench/table.py docs/performance.md --chains build/release/bench/chains{,-python}.json; }
+case "${1:-}" in
+--quick)
     measure quick utils_sse_bench --benchmark_repetitions=2 --benchmark_filter='/(7|23|128|L1|L2)/'
-    echo "raw result: build/release/bench/quick.json"
-else
+    measure_chains quick-chains --repetitions 2 --seconds 0.02
+    echo "raw results: build/release/bench/quick.json, quick-chains.json, quick-chains-python.json"
+    ;;
+--chains)
+    measure_chains chains --repetitions 9 --seconds 0.1
+    tabulate_chains
+    ;;
+"")
     measure tasks utils_sse_tasks --benchmark_repetitions=7 >/dev/null
     measure caches utils_sse_bench --benchmark_repetitions=7 --benchmark_filter='-/memory/' >/dev/null
     measure memory utils_sse_bench --benchmark_repetitions=3 --benchmark_filter='/memory/' >/dev/null
+    measure_chains chains --repetitions 9 --seconds 0.1
     python3 bench/table.py docs/performance.md build/release/bench/{caches,memory}.json \
         --tasks build/release/bench/tasks.json --readme README.md
     measure counted utils_sse_counted --benchmark_repetitions=9 >/dev/null
     python3 bench/counted.py build/release/bench/utils_sse_counted build/release/bench/counted.json docs/performance.md
-fi
+    tabulate_chains
+    ;;
+*)
+    echo "usage: scripts/benchmark.sh [--quick | --chains]" >&2
+    exit 2
+    ;;
+esac

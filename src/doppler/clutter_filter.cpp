@@ -85,15 +85,78 @@ UTILS_SSE_INLINE void filter_pairs(const float* inI, const float* inQ, float* ou
     store_upper_two(outQ + 8, pairs);
 }
 
-// All other lengths: one column after the other, in single precision.
+// All other lengths: one column after the other, in single precision. A lane is a row, so that several rows are summed side by
+// side; blocks of 4 x 4 entries are turned for that, so a column's entries of four rows lie in a vector.
+template <int Fours>
+struct Rows
+{
+    f32 I[Fours] = {};
+    f32 Q[Fours] = {};
+
+    // Four columns of 4 * Fours rows, n apart.
+    UTILS_SSE_INLINE void add_columns(const float* matrix, std::ptrdiff_t n, const float* inI, const float* inQ)
+    {
+        f32 columns[Fours][4];
+        repeat<Fours>([&](auto four) UTILS_SSE_LAMBDA {
+            const float* const first = matrix + 4 * four * n;
+            const f32 a = simd::load<f32>(first);
+            const f32 b = simd::load<f32>(first + n);
+            const f32 c = simd::load<f32>(first + 2 * n);
+            const f32 d = simd::load<f32>(first + 3 * n);
+            const f32 lowAC = interleave_low(a, c);
+            const f32 lowBD = interleave_low(b, d);
+            const f32 highAC = interleave_high(a, c);
+            const f32 highBD = interleave_high(b, d);
+            columns[four][0] = interleave_low(lowAC, lowBD);
+            columns[four][1] = interleave_high(lowAC, lowBD);
+            columns[four][2] = interleave_low(highAC, highBD);
+            columns[four][3] = interleave_high(highAC, highBD);
+        });
+        repeat<4>([&](auto column) UTILS_SSE_LAMBDA {
+            const f32 x = broadcast<f32>(inI[column]);
+            const f32 y = broadcast<f32>(inQ[column]);
+            repeat<Fours>([&](auto four) UTILS_SSE_LAMBDA {
+                I[four] = I[four] + columns[four][column] * x;
+                Q[four] = Q[four] + columns[four][column] * y;
+            });
+        });
+    }
+};
+
+// Results of the 4 * Fours rows from `matrix` on; outI and outQ are those of the first.
+template <int Fours>
+UTILS_SSE_INLINE void filter_rows(int n, const float* inI, const float* inQ, float* outI, float* outQ, const float* matrix)
+{
+    Rows<Fours> rows;
+    std::ptrdiff_t c = 0;
+    for (; c + 4 <= n; c += 4)
+        rows.add_columns(matrix + c, n, inI + c, inQ + c);
+    repeat<Fours>([&](auto four) UTILS_SSE_LAMBDA {
+        store(outI + 4 * four, rows.I[four]);
+        store(outQ + 4 * four, rows.Q[four]);
+    });
+    for (; c < n; ++c)
+        for (std::ptrdiff_t r = 0; r < 4 * Fours; ++r) {
+            outI[r] += matrix[r * n + c] * inI[c];
+            outQ[r] += matrix[r * n + c] * inQ[c];
+        }
+}
+
 UTILS_SSE_APART void filter_any(int n, const float* inI, const float* inQ, float* outI, float* outQ, const float* matrix)
 {
-    for (std::ptrdiff_t r = 0; r < n; ++r) {
+    constexpr int fours = sizeof(void*) == 8 ? 2 : 1; // registers
+    std::ptrdiff_t r = 0;
+    for (; r + 4 * fours <= n; r += 4 * fours)
+        filter_rows<fours>(n, inI, inQ, outI + r, outQ + r, matrix + r * n);
+    if constexpr (fours > 1)
+        for (; r + 4 <= n; r += 4)
+            filter_rows<1>(n, inI, inQ, outI + r, outQ + r, matrix + r * n);
+    for (; r < n; ++r) {
         float sumI = 0.0f;
         float sumQ = 0.0f;
-        for (std::ptrdiff_t c = 0; c < n; ++c, ++matrix) {
-            sumI += *matrix * inI[c];
-            sumQ += *matrix * inQ[c];
+        for (std::ptrdiff_t c = 0; c < n; ++c) {
+            sumI += matrix[r * n + c] * inI[c];
+            sumQ += matrix[r * n + c] * inQ[c];
         }
         outI[r] = sumI;
         outQ[r] = sumQ;

@@ -18,6 +18,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 
 #ifdef _WIN32
@@ -570,12 +571,64 @@ TEST_F(Commands, WriteTheEnvelope)
     EXPECT_EQ(compared.code, 0) << compared.err;
     for (const char* text : {"EnvelopDetectGenSSED8F4", "60 dB below white", "31 taps", "37 taps", "rms", "largest"})
         EXPECT_NE(compared.out.find(text), std::string::npos) << compared.out;
+}
 
-    const Outcome timed = run("bmode rf.yml -o picture.png --frames all --envelope envelope.npy --timing");
-    EXPECT_EQ(timed.code, 0);
-    EXPECT_EQ(timed.err, "") << "no progress in a pipe";
-    for (const char* stage : {"read", "demodulate", "envelope", "compress", "scan conversion", "write", "frames per s"})
-        EXPECT_NE(timed.out.find(stage), std::string::npos) << timed.out;
+// Stages and their shares, whatever they take; what is repeated changes no picture.
+TEST_F(Commands, TellWhatStagesTake)
+{
+    // Rows of a table: name, share in per cent or -1. Checks that shares add up and milliseconds are numbers above 0.
+    const auto stages_of = [](const Outcome& timed) {
+        EXPECT_EQ(timed.code, 0) << timed.err;
+        EXPECT_EQ(timed.err, "") << "no progress in a pipe";
+        std::map<std::string, double> stages;
+        std::istringstream rows(timed.out.substr(std::min(timed.out.find("stage   "), timed.out.size())));
+        std::string row;
+        std::getline(rows, row);
+        double milliseconds = 0;
+        double shares = 0;
+        while (std::getline(rows, row)) {
+            const std::string name = row.substr(0, row.find("  "));
+            const std::string numbers = row.substr(name.size());
+            char sign[2] = "";
+            double share = -1;
+            double took = -1;
+            const int found = std::sscanf(numbers.c_str(), " %lf %lf %1[%]", &took, &share, sign);
+            EXPECT_GE(took, 0) << row;
+            stages[name] = found == 3 ? share : -1;
+            if (found == 3 && name != "chain") {
+                milliseconds += took;
+                shares += share;
+            } else if (name == "chain") {
+                EXPECT_NEAR(took, milliseconds, 0.001 * static_cast<double>(stages.size())) << timed.out;
+                EXPECT_NEAR(shares, 100, 0.05 * static_cast<double>(stages.size())) << timed.out;
+            }
+        }
+        return stages;
+    };
+    const auto expect_stages = [&](const std::string& command, const std::set<std::string>& chain,
+                                   const std::set<std::string>& apart, const std::string& made) {
+        const Outcome timed = run(command);
+        EXPECT_NE(timed.out.find(" frames per s; " + made), std::string::npos) << timed.out;
+        std::set<std::string> found_in_chain;
+        std::set<std::string> found_apart;
+        for (const auto& [name, share] : stages_of(timed))
+            (share >= 0 ? found_in_chain : found_apart).insert(name);
+        std::set<std::string> whole = chain;
+        whole.insert({"other", "chain"});
+        EXPECT_EQ(found_in_chain, whole) << timed.out;
+        EXPECT_EQ(found_apart, apart) << timed.out;
+    };
+    expect_stages("bmode rf.yml -o timed.png --envelope envelope.npy --frame 1 --median2d --persist 8 --timing --repeat 3",
+                  {"scale", "demodulate", "envelope", "compress", "median2d", "persist", "scan conversion"},
+                  {"find reference", "frames before", "read", "write envelope", "write"}, "1 frame, each made 3 times");
+    expect_success("bmode rf.yml -o once.png --envelope once.npy --frame 1 --median2d --persist 8");
+    EXPECT_EQ(content_of(folder / "timed.png"), content_of(folder / "once.png"));
+    EXPECT_EQ(content_of(folder / "envelope.npy"), content_of(folder / "once.npy"));
+    expect_stages("bmode rf.yml -o picture.png --frames all --timing",
+                  {"scale", "demodulate", "envelope", "compress", "scan conversion"}, {"find reference", "read", "write"},
+                  "3 frames, each made 10 times");
+    expect_refusal("bmode rf.yml -o new.png --repeat 3", "--repeat: expected together with --timing");
+    expect_refusal("bmode rf.yml -o new.png --timing --repeat 0", "--repeat: expected a whole number from 1");
 }
 
 // Ensembles in any order of the axes give the same maps and pictures.

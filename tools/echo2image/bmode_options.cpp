@@ -187,7 +187,7 @@ void add_options(CLI::App& app, BmodeOptions& options)
         ->type_name("SPEED")
         ->group(picture);
     app.add_flag("--scale", options.scale, "Add a scale in millimetres at the left and the bottom edge")->group(picture);
-    app.add_flag("--timing", options.timing, "Print what each stage takes");
+    add_timing_options(app, options.timing);
 }
 
 } // namespace echo2image

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "chain.h"
+#include "timing_options.h"
 
 #include <cstdint>
 #include <string>
@@ -40,7 +41,7 @@ struct BmodeOptions
     bool smooth = false;
     std::vector<FilterStep> filters;
     bool scale = false;
-    bool timing = false;
+    TimingOptions timing;
 };
 
 struct FrameRange

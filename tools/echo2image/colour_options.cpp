@@ -151,7 +151,7 @@ void add_options(CLI::App& app, ColourOptions& options)
         ->type_name("PIXELS")
         ->group(grey);
     app.add_flag("--scale", options.scale, "Add a scale in millimetres at the left and the bottom edge")->group(grey);
-    app.add_flag("--timing", options.timing, "Print what each stage takes");
+    add_timing_options(app, options.timing);
     app.footer(priority_help);
 }
 

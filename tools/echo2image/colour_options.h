@@ -2,6 +2,7 @@
 #pragma once
 
 #include "colour_chain.h"
+#include "timing_options.h"
 
 #include <cstdint>
 #include <string>
@@ -41,7 +42,7 @@ struct ColourOptions
     bool mix = false;
     bool show_filter = false;
     bool scale = false;
-    bool timing = false;
+    TimingOptions timing;
 };
 
 void add_options(CLI::App& app, ColourOptions& options); // the options must outlive parsing

@@ -12,7 +12,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -121,7 +120,8 @@ class BmodeRun
 public:
     BmodeRun(const BmodeOptions& options, const Recording& recording, const FrameRange& range)
         : options_(options), recording_(recording), range_(range),
-          chain_(recording.description(), wanted_by(options, recording.description())), filters_(chain_.filters())
+          chain_(recording.description(), wanted_by(options, recording.description())), filters_(chain_.filters()),
+          repetitions_(repetitions(options.timing))
     {
         if (!options.envelope.empty() && !chain_.has_envelope())
             throw BadInput(options.recording + ": --envelope needs RF or I/Q, found grey values");
@@ -158,9 +158,10 @@ public:
         if (comparison_)
             comparison_->set_reference(chain_.parameters().reference);
 
-        const auto start = std::chrono::steady_clock::now();
-        if (!names.empty())
-            filters_ = filters_before(recording_, chain_, range_.first, &times_);
+        if (!names.empty() && range_.first > 0 && !chain_.parameters().filters.empty()) {
+            const StageTimer timer(&times_, "frames before", 0, StageKind::apart);
+            filters_ = filters_before(recording_, chain_, range_.first);
+        }
         Progress progress("pictures", range_.end - range_.first);
         for (std::int64_t frame = range_.first; frame < range_.end; ++frame) {
             stop_when_interrupted();
@@ -173,7 +174,6 @@ public:
             file.finish();
         for (OutputFile& file : files_)
             file.commit();
-        seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
 
     void report(const std::vector<fs::path>& names) const
@@ -192,65 +192,66 @@ public:
         }
         if (comparison_)
             std::fputs(comparison_->table().c_str(), stdout);
-        if (options_.timing)
-            std::fputs(table_of(times_, seconds_, range_.end - range_.first).c_str(), stdout);
+        if (options_.timing.timing)
+            std::fputs(table_of(times_, range_.end - range_.first, repetitions_).c_str(), stdout);
     }
 
 private:
-    EnvelopeFrame envelope_of(std::int64_t frame)
-    {
-        const std::vector<std::int16_t> samples = [&] {
-            const StageTimer timer(&times_, "read", recording_.description().lines);
-            return read_frame(recording_, chain_, frame);
-        }();
-        return chain_.envelope(samples, &times_);
-    }
-
     // White is the largest envelope of all frames. Of a single frame the envelope is kept.
     void find_reference()
     {
-        const auto start = std::chrono::steady_clock::now();
+        const StageTimer timer(&times_, "find reference", 0, StageKind::apart);
         const std::int64_t count = range_.end - range_.first;
         Progress progress("reference", count);
         float reference = 0;
         for (std::int64_t frame = range_.first; frame < range_.end; ++frame) {
             stop_when_interrupted();
-            EnvelopeFrame envelope = envelope_of(frame);
-            const StageTimer timer(&times_, "find reference", envelope.lines);
+            EnvelopeFrame envelope = chain_.envelope(read_frame(recording_, chain_, frame));
             reference = std::max(reference, largest(envelope));
-            if (count == 1)
+            if (count == 1 && !options_.timing.timing)
                 kept_ = std::move(envelope);
             progress.step();
         }
         chain_.set_reference(reference > 0 ? reference : 1); // silence is black whatever the reference
-        seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
 
     void make(std::int64_t frame, bool picture_wanted)
     {
         const std::int64_t lines = recording_.description().lines;
-        GreyImage image;
-        if (chain_.has_envelope()) {
-            const EnvelopeFrame envelope = kept_.values.empty() ? envelope_of(frame) : std::move(kept_);
-            if (comparison_)
-                comparison_->add(read_frame(recording_, chain_, frame), envelope);
-            if (!options_.envelope.empty()) {
-                const StageTimer timer(&times_, "write envelope", lines);
-                write_npy_values(files_.front(), envelope.values);
-            }
-            if (!picture_wanted)
-                return;
-            image = chain_.shown(filters_.next(chain_.grey(envelope, &times_), &times_), envelope.clipped, &times_);
-        } else {
-            const std::vector<std::uint8_t> grey = [&] {
-                const StageTimer timer(&times_, "read", lines);
-                return recording_.read_frame_u8(frame);
-            }();
-            image = chain_.shown(filters_.next(chain_.grey(grey, &times_), &times_), {}, &times_);
+        std::vector<std::int16_t> echoes;
+        std::vector<std::uint8_t> grey;
+        if (kept_.values.empty()) {
+            const StageTimer timer(&times_, "read", lines, StageKind::apart);
+            if (chain_.has_envelope())
+                echoes = read_frame(recording_, chain_, frame);
+            else
+                grey = recording_.read_frame_u8(frame);
         }
+        const FrameFilters before = filters_;
+        EnvelopeFrame envelope;
+        GreyImage image;
+        for (int repetition = 0; repetition < repetitions_; ++repetition) {
+            stop_when_interrupted();
+            filters_ = before;
+            const ChainTimer timer(times_);
+            if (chain_.has_envelope())
+                envelope = kept_.values.empty() ? chain_.envelope(echoes, &times_) : std::move(kept_);
+            if (picture_wanted)
+                image = chain_.shown(
+                    filters_.next(chain_.has_envelope() ? chain_.grey(envelope, &times_) : chain_.grey(grey, &times_), &times_),
+                    envelope.clipped, &times_);
+        }
+        if (comparison_)
+            comparison_->add(read_frame(recording_, chain_, frame), envelope);
+        if (!options_.envelope.empty()) {
+            const StageTimer timer(&times_, "write envelope", lines, StageKind::apart);
+            write_npy_values(files_.front(), envelope.values);
+        }
+        if (!picture_wanted)
+            return;
         recipe_.frame = frame;
         recipe_.chain = chain_.parameters();
-        const StageTimer timer(&times_, "write", lines);
+        const StageTimer timer(&times_, "write", lines, StageKind::apart);
         write_picture(files_.back(), image, recipe_);
         width_ = image.width;
         height_ = image.height;
@@ -263,11 +264,11 @@ private:
     Chain chain_;
     std::optional<Comparison> comparison_;
     FrameFilters filters_;
+    int repetitions_;
     Recipe recipe_;
     EnvelopeFrame kept_;
     std::vector<OutputFile> files_; // of the envelope, when wanted, then of the pictures
     StageTimes times_;
-    double seconds_ = 0;
     int width_ = 0;
     int height_ = 0;
     double pixel_size_ = 0;

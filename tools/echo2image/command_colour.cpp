@@ -11,7 +11,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -54,7 +53,7 @@ public:
     ColourRun(const ColourOptions& options, const Recording& recording)
         : options_(options), recording_(recording),
           chain_(recording.description(), wanted_by(options, recording.description())),
-          frame_(chosen_frame(options, recording.description()))
+          frame_(chosen_frame(options, recording.description())), repetitions_(repetitions(options.timing))
     {
         add_picture("-o", options.output, FlowQuantity::velocity);
         add_picture("--power", options.power, FlowQuantity::power);
@@ -75,10 +74,8 @@ public:
     {
         if (options_.show_filter)
             print_filter(chain_);
-        const auto start = std::chrono::steady_clock::now();
         if (!pictures_.empty() || !maps_.empty())
             make();
-        seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
 
     void report() const
@@ -98,8 +95,8 @@ public:
             std::printf("%s: %s, float32 [line][sample], %lld x %lld\n", map.name.string().c_str(), meaning(map.what),
                         static_cast<long long>(recording_.description().lines),
                         static_cast<long long>(recording_.description().samples));
-        if (options_.timing)
-            std::fputs(table_of(times_, seconds_, 1).c_str(), stdout);
+        if (options_.timing.timing && (!pictures_.empty() || !maps_.empty()))
+            std::fputs(table_of(times_, 1, repetitions_).c_str(), stdout);
     }
 
 private:
@@ -159,24 +156,32 @@ private:
             files.emplace_back(map.name);
 
         const EnsembleFrame ensembles = [&] {
-            const StageTimer timer(&times_, "read", recording_.description().lines);
+            const StageTimer timer(&times_, "read", recording_.description().lines, StageKind::apart);
             return read_ensembles(recording_, frame_, chain_.parameters().firings);
         }();
-        const FlowMaps maps = chain_.flow(ensembles, &times_);
-        chain_.choose(maps);
+        FlowMaps maps;
+        std::vector<ColourImage> images(pictures_.size());
+        for (int repetition = 0; repetition < repetitions_; ++repetition) {
+            stop_when_interrupted();
+            const ChainTimer timer(times_);
+            maps = chain_.flow(ensembles, &times_);
+            if (repetition == 0)
+                chain_.choose(maps);
+            for (std::size_t i = 0; i < pictures_.size(); ++i)
+                images[i] = chain_.picture(maps, pictures_[i].quantity, &times_);
+        }
         stop_when_interrupted();
         std::size_t file = 0;
-        for (Picture& picture : pictures_)
-            write(files[file++], maps, picture);
+        for (std::size_t i = 0; i < pictures_.size(); ++i)
+            write(files[file++], maps, images[i], pictures_[i]);
         for (const Map& map : maps_)
             write(files[file++], maps, map);
         for (OutputFile& each : files)
             each.commit();
     }
 
-    void write(OutputFile& file, const FlowMaps& maps, Picture& picture)
+    void write(OutputFile& file, const FlowMaps& maps, const ColourImage& image, Picture& picture)
     {
-        const ColourImage image = chain_.picture(maps, picture.quantity, &times_);
         ColourRecipe recipe;
         recipe.base.command = "colour";
         recipe.base.file = options_.recording;
@@ -184,7 +189,7 @@ private:
         recipe.base.input_digest = recording_.digest();
         recipe.parameters = chain_.parameters();
         recipe.parameters.quantity = picture.quantity;
-        const StageTimer timer(&times_, "write", maps.lines);
+        const StageTimer timer(&times_, "write", maps.lines, StageKind::apart);
         write_picture(file, image, recipe);
         picture.width = image.width;
         picture.height = image.height;
@@ -193,7 +198,7 @@ private:
 
     void write(OutputFile& file, const FlowMaps& maps, const Map& map)
     {
-        const StageTimer timer(&times_, "write", maps.lines);
+        const StageTimer timer(&times_, "write", maps.lines, StageKind::apart);
         write_npy_header(file, {maps.lines, maps.samples});
         write_npy_values(file, map.what == "phase"    ? chain_.phases(maps)
                                : map.what == "power"  ? maps.power
@@ -210,7 +215,7 @@ private:
     std::vector<Map> maps_;
     std::vector<fs::path> outputs_;
     StageTimes times_;
-    double seconds_ = 0;
+    int repetitions_;
 };
 
 int run_colour(const ColourOptions& options)

@@ -19,7 +19,7 @@ Command add_filter_command(CLI::App& program)
     app->add_option("--width", options->width, "Width in pixels (default: the recording's, or fits its lines)")
         ->type_name("PIXELS");
     app->add_flag("--scale", options->scale, "Add a scale in millimetres at the left and the bottom edge");
-    app->add_flag("--timing", options->timing, "Print what each stage takes");
+    add_timing_options(*app, options->timing);
     app->footer("A filter sees a frame and those before it. A filter may be given more than once.");
     return {app, [options, app] {
                 options->filters = chosen_filters(*app, options->recording);

@@ -4,12 +4,13 @@
 #include "motion_recording.h"
 #include "option_values.h"
 #include "progress.h"
+#include "timing_options.h"
 #include "units.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <chrono>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -39,7 +40,7 @@ struct MotionCommandOptions
     std::string dynamic_range;
     std::string width;
     bool scale = false;
-    bool timing = false;
+    TimingOptions timing;
 };
 
 // "20x12": across, then down.
@@ -115,6 +116,7 @@ int run_motion(const MotionCommandOptions& typed)
 {
     Recipe recipe;
     recipe.motion.emplace().options = wanted_by(typed);
+    const int made = repetitions(typed.timing);
     const Recording recording = Recording::open(typed.recording, typed.data);
     const Description& description = recording.description();
     recipe.frame = whole_number("A", typed.frames[0], 0, description.frames - 1);
@@ -135,17 +137,21 @@ int run_motion(const MotionCommandOptions& typed)
         csv_file.emplace(typed.csv);
     }
 
-    const auto start = std::chrono::steady_clock::now();
     StageTimes times;
     std::optional<Progress> progress;
-    const MotionPicture picture =
-        motion_picture_of(recording, wanted, recipe.frame, *recipe.motion, &times, [&](int row, int rows) {
-            stop_when_interrupted();
-            if (row == 0)
-                progress.emplace("rows of blocks", rows);
-            else
-                progress->step();
-        });
+    const std::array<RecordedFrame, 2> frames = read_pair(recording, recipe.frame, *recipe.motion, &times);
+    MotionPicture picture;
+    for (int repetition = 0; repetition < made; ++repetition) {
+        const ChainTimer timer(times);
+        picture = make_motion_picture(description, wanted, recipe.motion->options, frames[0], frames[1], &times,
+                                      [&](int row, int rows) {
+                                          stop_when_interrupted();
+                                          if (row == 0)
+                                              progress.emplace("rows of blocks", rows);
+                                          else
+                                              progress->step();
+                                      });
+    }
     progress.reset();
 
     recipe.command = "motion";
@@ -153,7 +159,7 @@ int run_motion(const MotionCommandOptions& typed)
     recipe.input_digest = recording.digest();
     recipe.chain = picture.chain;
     {
-        const StageTimer timer(&times, "write", 0);
+        const StageTimer timer(&times, "write", 0, StageKind::apart);
         write_picture(picture_file, picture.image, recipe);
         if (csv_file) {
             const std::string csv = csv_of(picture.blocks, recipe.motion->options, picture.pixel_size);
@@ -165,10 +171,9 @@ int run_motion(const MotionCommandOptions& typed)
     picture_file.commit();
     if (csv_file)
         csv_file->commit();
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report(typed, picture);
-    if (typed.timing)
-        std::fputs(table_of(times, seconds, 2).c_str(), stdout);
+    if (typed.timing.timing)
+        std::fputs(table_of(times, 1, made).c_str(), stdout);
     return exit_ok;
 }
 
@@ -209,7 +214,7 @@ Command add_motion_command(CLI::App& program)
         ->type_name("PIXELS")
         ->group(picture);
     app->add_flag("--scale", options->scale, "Add a scale in millimetres at the left and the bottom edge")->group(picture);
-    app->add_flag("--timing", options->timing, "Print what each stage takes");
+    add_timing_options(*app, options->timing);
     return {app, [options] { return run_motion(*options); }};
 }
 

@@ -15,7 +15,7 @@ DemoOutcome make_colour_picture(std::uint32_t seed, OutputFile& file, StageTimes
 {
     constexpr int firings = 12;
     const SyntheticFlow flow = [&] {
-        const StageTimer timer(&times, "synthesise", 0);
+        const StageTimer timer(&times, "synthesise", 0, StageKind::apart);
         return synthesise_flow(seed, firings);
     }();
     ColourParameters wanted;
@@ -27,7 +27,7 @@ DemoOutcome make_colour_picture(std::uint32_t seed, OutputFile& file, StageTimes
     chain.choose(maps);
     const ColourImage picture = chain.picture(maps, FlowQuantity::velocity, &times);
     {
-        const StageTimer timer(&times, "write", 0);
+        const StageTimer timer(&times, "write", 0, StageKind::apart);
         ColourRecipe recipe;
         recipe.base.command = "demo";
         recipe.base.input = Recipe::Input::synthetic;
@@ -36,7 +36,7 @@ DemoOutcome make_colour_picture(std::uint32_t seed, OutputFile& file, StageTimes
         recipe.parameters = chain.parameters();
         write_picture(file, picture, std::move(recipe));
     }
-    const StageTimer timer(&times, "check", 0);
+    const StageTimer timer(&times, "check", 0, StageKind::apart);
     char text[160];
     std::snprintf(text, sizeof text, "%d x %d pixels of %s, %d firings, filter %s, Nyquist %.1f cm/s", picture.width,
                   picture.height, with_unit(picture.pixel_size, Quantity::length).c_str(), firings,

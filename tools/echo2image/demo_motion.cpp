@@ -11,7 +11,7 @@ namespace echo2image {
 DemoOutcome make_motion_demo(std::uint32_t seed, OutputFile& file, StageTimes& times)
 {
     const MotionPair pair = [&] {
-        const StageTimer timer(&times, "synthesise", 0);
+        const StageTimer timer(&times, "synthesise", 0, StageKind::apart);
         return synthesise_motion(seed);
     }();
     ChainParameters wanted;
@@ -28,7 +28,7 @@ DemoOutcome make_motion_demo(std::uint32_t seed, OutputFile& file, StageTimes& t
     recipe.chain = picture.chain;
     recipe.motion.emplace().options = options;
     {
-        const StageTimer timer(&times, "write", 0);
+        const StageTimer timer(&times, "write", 0, StageKind::apart);
         write_picture(file, picture.image, recipe);
     }
     char text[160];

@@ -27,7 +27,7 @@ struct Scene
     // With the scale; returns what to say about it.
     std::string write(OutputFile& file, const SyntheticFrame& frame, std::uint32_t seed, StageTimes& times) const
     {
-        const StageTimer timer(&times, "write", 0);
+        const StageTimer timer(&times, "write", 0, StageKind::apart);
         Recipe recipe;
         recipe.command = "demo";
         recipe.input = Recipe::Input::synthetic;
@@ -50,13 +50,13 @@ struct Scene
 DemoOutcome make_bmode_picture(std::uint32_t seed, OutputFile& file, StageTimes& times)
 {
     const SyntheticFrame frame = [&] {
-        const StageTimer timer(&times, "synthesise", 0);
+        const StageTimer timer(&times, "synthesise", 0, StageKind::apart);
         return synthesise(seed);
     }();
     const Scene scene(frame, {}, times);
     DemoOutcome outcome;
     outcome.summary = scene.write(file, frame, seed, times);
-    const StageTimer timer(&times, "check", 0);
+    const StageTimer timer(&times, "check", 0, StageKind::apart);
     outcome.checks = check_envelope(scene.envelope, frame);
     const std::vector<Check> of_picture =
         check_picture(scene.image, scene.chain.converter(), scene.chain.parameters().dynamic_range, frame);
@@ -67,7 +67,7 @@ DemoOutcome make_bmode_picture(std::uint32_t seed, OutputFile& file, StageTimes&
 DemoOutcome make_harmonic_picture(std::uint32_t seed, OutputFile& file, StageTimes& times)
 {
     const PulseInversionFrame pairs = [&] {
-        const StageTimer timer(&times, "synthesise", 0);
+        const StageTimer timer(&times, "synthesise", 0, StageKind::apart);
         return synthesise_pairs(seed);
     }();
     ChainParameters wanted;
@@ -75,7 +75,7 @@ DemoOutcome make_harmonic_picture(std::uint32_t seed, OutputFile& file, StageTim
     const Scene scene(pairs.frame, wanted, times);
     DemoOutcome outcome;
     outcome.summary = scene.write(file, pairs.frame, seed, times) + ", clipped echoes in colour";
-    const StageTimer timer(&times, "check", 0);
+    const StageTimer timer(&times, "check", 0, StageKind::apart);
     outcome.checks = check_harmonic(scene.envelope, pairs);
     return outcome;
 }

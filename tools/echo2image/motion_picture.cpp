@@ -57,13 +57,13 @@ MotionPicture make_motion_picture(const Description& description, const ChainPar
         result.blocks = track(from, to, options, between_rows);
     }
 
-    const StageTimer timer(times, "draw", 0);
     const int zoom = zoom_for(from.width, from.height);
-    result.magnification = arrow_magnification(result.blocks, options);
     ChainParameters larger = tracked.parameters();
     larger.width = from.width * zoom;
     const Chain shown(description, larger);
     result.image = grey(shown, 0);
+    const StageTimer timer(times, "draw", 0);
+    result.magnification = arrow_magnification(result.blocks, options);
     result.image.marks.clear(); // of clipped echoes; here marks are arrows
     draw_arrows(result.image, zoom, result.magnification, result.blocks, options);
     if (wanted.scale)

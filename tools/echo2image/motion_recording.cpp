@@ -4,15 +4,14 @@
 
 namespace echo2image {
 
-MotionPicture motion_picture_of(const Recording& recording, const ChainParameters& wanted, std::int64_t first_frame,
-                                const MotionRecipe& motion, StageTimes* times,
-                                const std::function<void(int, int)>& between_rows)
+std::array<RecordedFrame, 2> read_pair(const Recording& recording, std::int64_t first_frame, const MotionRecipe& motion,
+                                       StageTimes* times)
 {
     const Description& description = recording.description();
-    RecordedFrame frames[2];
+    std::array<RecordedFrame, 2> frames;
     const std::int64_t numbers[] = {first_frame, motion.second_frame};
-    for (int k = 0; k < 2; ++k) {
-        const StageTimer timer(times, "read", description.lines);
+    for (std::size_t k = 0; k < frames.size(); ++k) {
+        const StageTimer timer(times, "read", description.lines, StageKind::apart);
         if (numbers[k] >= description.frames)
             throw BadInput("frame " + std::to_string(numbers[k]) + " of " + std::to_string(description.frames));
         if (description.content == Content::bmode)
@@ -20,7 +19,14 @@ MotionPicture motion_picture_of(const Recording& recording, const ChainParameter
         else
             frames[k].echoes = recording.read_frame_i16(numbers[k]);
     }
-    return make_motion_picture(description, wanted, motion.options, frames[0], frames[1], times, between_rows);
+    return frames;
+}
+
+MotionPicture motion_picture_of(const Recording& recording, const ChainParameters& wanted, std::int64_t first_frame,
+                                const MotionRecipe& motion)
+{
+    const std::array<RecordedFrame, 2> frames = read_pair(recording, first_frame, motion);
+    return make_motion_picture(recording.description(), wanted, motion.options, frames[0], frames[1]);
 }
 
 MotionPicture motion_picture_of(const MotionPair& pair, const ChainParameters& wanted, const MotionOptions& options,

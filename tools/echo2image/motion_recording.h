@@ -5,15 +5,17 @@
 #include "recipe.h"
 #include "synthetic_motion.h"
 
+#include <array>
 #include <cstdint>
-#include <functional>
 #include <string>
 
 namespace echo2image {
 
+// The pair of frames that is compared; throws BadInput.
+std::array<RecordedFrame, 2> read_pair(const Recording& recording, std::int64_t first_frame, const MotionRecipe& motion,
+                                       StageTimes* times = nullptr);
 MotionPicture motion_picture_of(const Recording& recording, const ChainParameters& wanted, std::int64_t first_frame,
-                                const MotionRecipe& motion, StageTimes* times = nullptr,
-                                const std::function<void(int, int)>& between_rows = {}); // throws BadInput
+                                const MotionRecipe& motion); // throws BadInput
 MotionPicture motion_picture_of(const MotionPair& pair, const ChainParameters& wanted, const MotionOptions& options,
                                 StageTimes* times = nullptr);
 

@@ -122,7 +122,7 @@ std::vector<std::int16_t> read_frame(const Recording& recording, const Chain& ch
     return chain.needs_firings() ? recording.read_firings_i16(frame) : recording.read_frame_i16(frame);
 }
 
-FrameFilters filters_before(const Recording& recording, const Chain& chain, std::int64_t frame, StageTimes* times)
+FrameFilters filters_before(const Recording& recording, const Chain& chain, std::int64_t frame)
 {
     FrameFilters filters = chain.filters();
     const std::int64_t count = std::min(frame, frames_before(chain.parameters().filters));
@@ -130,9 +130,9 @@ FrameFilters filters_before(const Recording& recording, const Chain& chain, std:
     for (std::int64_t earlier = frame - count; earlier < frame; ++earlier) {
         stop_when_interrupted();
         if (chain.has_envelope())
-            filters.next(chain.grey(chain.envelope(read_frame(recording, chain, earlier), times), times), times);
+            filters.next(chain.grey(chain.envelope(read_frame(recording, chain, earlier))));
         else
-            filters.next(chain.grey(recording.read_frame_u8(earlier), times), times);
+            filters.next(chain.grey(recording.read_frame_u8(earlier)));
         progress.step();
     }
     return filters;

@@ -19,7 +19,7 @@ std::vector<std::int16_t> read_frame(const Recording& recording, const Chain& ch
 
 // The chain's filters when they have seen all that decides what they make of `frame`, and expect it next. So a picture is
 // the same whichever frames are made with it.
-FrameFilters filters_before(const Recording& recording, const Chain& chain, std::int64_t frame, StageTimes* times = nullptr);
+FrameFilters filters_before(const Recording& recording, const Chain& chain, std::int64_t frame);
 
 // Of a picture of motion: what is tracked, from the recipe's frame to this one.
 struct MotionRecipe

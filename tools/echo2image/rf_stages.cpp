@@ -239,21 +239,21 @@ std::vector<std::int16_t> RfStages::interpolated(const std::vector<std::int16_t>
 
 double correlation_of_firings(const std::vector<std::int16_t>& pairs, std::int64_t samples)
 {
-    // Sums of integers below 2^53 are exact, so that their order does not matter.
-    double products = 0;
-    double first_power = 0;
-    double second_power = 0;
+    // In integers, which compilers add faster than doubles whose order they must keep.
+    std::int64_t products = 0;
+    std::int64_t first_power = 0;
+    std::int64_t second_power = 0;
     const auto length = static_cast<std::ptrdiff_t>(samples);
     for (auto line = pairs.begin(); line != pairs.end(); line += 2 * length)
         for (std::ptrdiff_t i = 0; i < length; ++i) {
-            const double first = line[i];
-            const double second = line[length + i];
+            const std::int32_t first = line[i];
+            const std::int32_t second = line[length + i];
             products += first * second;
             first_power += first * first;
             second_power += second * second;
         }
-    const double power = std::sqrt(first_power * second_power);
-    return power > 0 ? products / power : 0;
+    const double power = std::sqrt(static_cast<double>(first_power) * static_cast<double>(second_power));
+    return power > 0 ? static_cast<double>(products) / power : 0;
 }
 
 } // namespace echo2image
