@@ -14,8 +14,8 @@ namespace {
         for (R & sum : sums)                                                                                                   \
             sum = zero();                                                                                                      \
         for (std::size_t i = 0; i < bytes; i += sizeof sums)                                                                   \
-            for (std::size_t k = 0; k < 8; ++k)                                                                                \
-                sums[k] = add(sums[k], load_register(reinterpret_cast<const R*>(src + i + k * sizeof(R))));                    \
+            _Pragma("GCC unroll 8") for (std::size_t k = 0; k < 8; ++k) sums[k] =                                              \
+                add(sums[k], load_register(reinterpret_cast<const R*>(src + i + k * sizeof(R))));                              \
         for (R & sum : sums)                                                                                                   \
             __asm__ volatile("" : : "x"(sum));                                                                                 \
     }                                                                                                                          \

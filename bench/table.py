@@ -116,9 +116,17 @@ def lost_rows(medians, operations, names, own):
 
 def lost_text(lost):
     by_operation = {}
-    for _, operation, size, ratio in lost:
-        by_operation.setdefault(operation, []).append(f"{size} ({ratio:.2f})")
+    for _, operation, size, ratio in sorted(lost, key=lambda row: (row[0], SIZES.index(row[2]) if row[2] in SIZES else 0)):
+        if size != "1":
+            by_operation.setdefault(operation, []).append(f"{size} ({ratio:.2f})")
     return "; ".join(f"{operation} at {', '.join(sizes)}" for operation, sizes in by_operation.items()) or "none"
+
+
+def counts_text(rows, lost, medians, operations):
+    """How many rows are not lost, calls of a single element apart."""
+    single = sum(size == "1" for operation, size in medians if operation in operations)
+    single_lost = sum(row[2] == "1" for row in lost)
+    return f"ahead or level in {rows - single - len(lost) + single_lost} of {rows - single} rows, and in {single - single_lost} of {single} calls of a single element"
 
 
 def measured(medians, counters, context, spread, bandwidth, operations, own_sizes):
@@ -132,12 +140,12 @@ def measured(medians, counters, context, spread, bandwidth, operations, own_size
     ]
     everything = operations + own_sizes
     rows, lost = lost_rows(medians, everything, COMPETITORS, lambda group: group["utils_sse"])
-    lines += [f"- The standard build (128 bits, SSE2) against the better plain loop for SSE4.1: ahead or level in {rows - len(lost)} of {rows} rows.", f"  Lost: {lost_text(lost)}."]
+    lines += [f"- The standard build (128 bits, SSE2) against the better plain loop for SSE4.1: {counts_text(rows, lost, medians, everything)}.", f"  Lost: {lost_text(lost)}."]
     if widest:
         rows, lost = lost_rows(medians, everything, NATIVE + COMPETITORS, picked)
         sums = [row for row in lost if row[1] in ORDERED_SUMS or row[1].split(" (")[0] in ORDERED_SUMS]
         others = [row for row in lost if row not in sums]
-        lines += [f"- The build that the loader picks here (x86-64-{widest}) against the best plain loop of any width (`-march=native`): ahead or level in {rows - len(lost)} of {rows} rows.",
+        lines += [f"- The build that the loader picks here (x86-64-{widest}) against the best plain loop of any width (`-march=native`): {counts_text(rows, lost, medians, everything)}.",
                   f"  Lost: {lost_text(others)}. Lost by ordered sums: {lost_text(sums)}."]
     lines += [
         "",
