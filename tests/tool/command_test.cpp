@@ -394,8 +394,8 @@ TEST_F(Commands, FindWhatDiffers)
     claims.replace(bytes.find("tEXtSoftware") - 4, 2, "\x70\x01");
     write_file(folder / "claims.png", claims);
     expect_refusal("verify claims.png", "claims.png: damaged PNG: tEXt: chunk data is too large");
-#if !defined(ECHO2IMAGE_UNDER_SANITIZER) &&                                                                                    \
-    !defined(_WIN32) // sanitizers need address space of their own; Windows has no ulimit
+#if !defined(ECHO2IMAGE_UNDER_SANITIZER) && !defined(_WIN32)
+    // Sanitizers need address space of their own, and Windows has no ulimit.
     write_file(folder / "claims.png", bytes.substr(0, 16) +
                                           std::string("\0\0\x03\xe8\0\x08\x2d\xc0\x08\0\0\0\0\xcf\x50\x55\x17", 17) +
                                           bytes.substr(bytes.find("IDAT") - 4));
