@@ -235,5 +235,23 @@ UTILS_SSE_INLINE auto load_in_turn(const void* p, R& low, R& high) -> decltype(m
     high = mm::as_ps(second);
 }
 
+// The lower halves of all blocks, in their order, then the upper halves.
+UTILS_SSE_INLINE __m128i lower_halves_first(__m128i x)
+{
+    return x;
+}
+#if UTILS_SSE_MOST_BLOCKS >= 2
+UTILS_SSE_INLINE __m256i lower_halves_first(__m256i x)
+{
+    return _mm256_permute4x64_epi64(x, _MM_SHUFFLE(3, 1, 2, 0));
+}
+#endif
+#if UTILS_SSE_MOST_BLOCKS >= 4
+UTILS_SSE_INLINE __m512i lower_halves_first(__m512i x)
+{
+    return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), x);
+}
+#endif
+
 } // namespace UTILS_SSE_TIER
 } // namespace simd

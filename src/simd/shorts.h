@@ -61,24 +61,6 @@ UTILS_SSE_INLINE I16<N> narrow_saturate(I32<N> low, I32<N> high)
 {
     return {mm::packs_epi32(low.v, high.v)};
 }
-// The same of vectors that follow each other in memory, so that the result has their elements in that order. It is worth
-// more than taking blocks in turn when they are loaded: one instruction puts the blocks right.
-UTILS_SSE_INLINE i16 narrow_in_order(i32 first, i32 second)
-{
-    return narrow_saturate(first, second);
-}
-#if UTILS_SSE_MOST_BLOCKS >= 2
-UTILS_SSE_INLINE I16<2> narrow_in_order(I32<2> first, I32<2> second)
-{
-    return {_mm256_permute4x64_epi64(mm::packs_epi32(first.v, second.v), _MM_SHUFFLE(3, 1, 2, 0))};
-}
-#endif
-#if UTILS_SSE_MOST_BLOCKS >= 4
-UTILS_SSE_INLINE I16<4> narrow_in_order(I32<4> first, I32<4> second)
-{
-    return {_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), mm::packs_epi32(first.v, second.v))};
-}
-#endif
 UTILS_SSE_INLINE short saturate_to_short(int x)
 {
     return static_cast<short>(x < -32768 ? -32768 : x > 32767 ? 32767 : x);
@@ -88,22 +70,15 @@ UTILS_SSE_INLINE U8<N> narrow_saturate(I16<N> low, I16<N> high)
 {
     return {mm::packus_epi16(low.v, high.v)};
 }
-UTILS_SSE_INLINE u8 narrow_in_order(i16 first, i16 second)
+// The same of vectors that follow each other in memory, so that the result has their elements in that order. It is worth
+// more than taking blocks in turn when they are loaded: one instruction puts the blocks right.
+template <class V>
+UTILS_SSE_INLINE auto narrow_in_order(V first, V second)
 {
-    return narrow_saturate(first, second);
+    auto narrow = narrow_saturate(first, second);
+    narrow.v = lower_halves_first(narrow.v);
+    return narrow;
 }
-#if UTILS_SSE_MOST_BLOCKS >= 2
-UTILS_SSE_INLINE U8<2> narrow_in_order(I16<2> first, I16<2> second)
-{
-    return {_mm256_permute4x64_epi64(mm::packus_epi16(first.v, second.v), _MM_SHUFFLE(3, 1, 2, 0))};
-}
-#endif
-#if UTILS_SSE_MOST_BLOCKS >= 4
-UTILS_SSE_INLINE U8<4> narrow_in_order(I16<4> first, I16<4> second)
-{
-    return {_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), mm::packus_epi16(first.v, second.v))};
-}
-#endif
 // To -128 .. 127: bytes that keep the sign, and are zero where the value is.
 template <int N>
 UTILS_SSE_INLINE U8<N> narrow_saturate_signed(I16<N> low, I16<N> high)

@@ -9,5 +9,6 @@
 #include "simd/bytes.h"
 #include "simd/floats.h"
 #include "simd/integers.h"
+#include "simd/parts.h"
 #include "simd/shorts.h"
 #include "simd/types.h"
