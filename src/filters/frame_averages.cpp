@@ -11,35 +11,38 @@ using namespace simd;
 
 namespace {
 
-// dst[i] = body(src[i]...) in whole blocks. dst may equal any src, here and below.
-template <class Body, class... Source>
-UTILS_SSE_INLINE Rest map_body(int n, unsigned char* dst, const Body& body, const Source*... src)
-{
-    return map_blocks<16, 4>(
-        n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return in_order(body(run.load(src + i)...)); },
-        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src)...);
-}
-
-// And dst[i] = tail(src[i]...) behind them.
+// dst[i] = body(src[i]...) in whole blocks, tail(src[i]...) behind them. dst may equal any src, here and below.
 template <class Body, class Tail, class... Source>
 UTILS_SSE_INLINE void blend_pixels(int n, unsigned char* dst, const Body& body, const Tail& tail, const Source*... src)
 {
-    cover_in_place<8>(
-        map_body(n, dst, body, src...),
-        [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return tail(Part<u8, count()>::load(src + i)...); },
-        [=](auto count, std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, pixels); });
+    map_with_tail<16, 4>(
+        n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return in_order(body(run.load(src + i)...)); },
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); },
+        [=](Rest rest) UTILS_SSE_LAMBDA {
+            cover_in_place<8>(
+                rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return tail(Part<u8, count()>::load(src + i)...); },
+                [=](auto count, std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, pixels); });
+        },
+        ahead<1024>(src)...);
 }
 
-// The same for dst among the sources: runs that overlap would be stored across each other, and the next call, which reads
-// them, would have to wait for the stores (7 pixels: 9.3 ns instead of 6.7).
+// The same for dst among the sources: dst[i] = body(dst[i], src[i]...).
 template <class Body, class Tail, class... Source>
 UTILS_SSE_INLINE void average_into(int n, unsigned char* dst, const Body& body, const Tail& tail, const Source*... src)
 {
-    for_parts<8>(map_body(n, dst, body, static_cast<const unsigned char*>(dst), src...),
-                 [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                     using Run = Part<u8, count()>;
-                     Run::store(dst + i, tail(Run::load(dst + i), Run::load(src + i)...));
-                 });
+    map_into<16, 4>(
+        n,
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            return in_order(body(run.load(const_cast<const unsigned char*>(dst) + i), run.load(src + i)...));
+        },
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); },
+        [=](Rest rest) UTILS_SSE_LAMBDA {
+            for_parts<8>(rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                using Run = Part<u8, count()>;
+                Run::store(dst + i, tail(Run::load(dst + i), Run::load(src + i)...));
+            });
+        },
+        ahead<1024>(dst), ahead<1024>(src)...);
 }
 
 struct Mean4
@@ -103,7 +106,17 @@ void CUtils_SSE::WeightedAverage(unsigned char* dst, const unsigned char* a, con
         const Sums odd = sum(widen_odd(x), widen_odd(y));
         return Pixels{bit_or(shift_right_unsigned<8>(even), bit_without(odd, Sums::broadcast(255))).v};
     };
-    blend_pixels(n, dst, blend, blend, a, b);
+    map_to_the_end<16, 4>(
+        n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return in_order(blend(run.load(a + i), run.load(b + i))); },
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); },
+        [=](int count) UTILS_SSE_LAMBDA {
+            cover_in_place<8>(
+                Rest{0, count},
+                [=](auto part, std::ptrdiff_t i)
+                    UTILS_SSE_LAMBDA { return blend(Part<u8, part()>::load(a + i), Part<u8, part()>::load(b + i)); },
+                [=](auto part, std::ptrdiff_t i, u8 pixels) UTILS_SSE_LAMBDA { Part<u8, part()>::store(dst + i, pixels); });
+        },
+        ahead<1024>(a), ahead<1024>(b));
 }
 
 void CUtils_SSE::PersistImage(const unsigned char* a, const unsigned char* b, unsigned char* dst, int weightA, int weightB,

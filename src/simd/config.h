@@ -27,6 +27,7 @@
 #define UTILS_SSE_LAMBDA
 #define UTILS_SSE_APART __declspec(noinline)
 #define UTILS_SSE_OUT_OF_LINE(condition) (condition)
+#define UTILS_SSE_IN_LINE(condition) (condition)
 #else
 #define UTILS_SSE_INLINE __attribute__((always_inline)) inline
 #define UTILS_SSE_LAMBDA __attribute__((always_inline))
@@ -34,6 +35,7 @@
 #define UTILS_SSE_APART __attribute__((noinline))
 // The compiler keeps what follows out of the straight path, at the price of one jump when the condition holds.
 #define UTILS_SSE_OUT_OF_LINE(condition) __builtin_expect_with_probability((condition), 0, 0.55)
+#define UTILS_SSE_IN_LINE(condition) __builtin_expect_with_probability((condition), 1, 0.55)
 #endif
 
 // Inline functions live in a namespace named after the instruction set they are compiled for. Of an inline function that

@@ -18,9 +18,8 @@ void CUtils_SSE::FScaleArray(float* dst, const float* src, float scale, int n)
 
 void CUtils_SSE::Average(float* dst, const float* src, int n)
 {
-    map_floats(
-        n, dst, [](auto x, auto y) UTILS_SSE_LAMBDA { return (x + y) * broadcast<decltype(x)>(0.5f); },
-        static_cast<const float*>(dst), src);
+    map_floats_into(
+        n, dst, [](auto x, auto y) UTILS_SSE_LAMBDA { return (x + y) * broadcast<decltype(x)>(0.5f); }, src);
 }
 
 void CUtils_SSE::Average(float* dst, const float* a, const float* b, int n, float w)
@@ -37,7 +36,6 @@ void CUtils_SSE::Average(float* dst, const float* a, const float* b, int n, floa
 
 void CUtils_SSE::Distance(float* dst, const float* src, int n)
 {
-    map_floats(
-        n, dst, [](auto x, auto y) UTILS_SSE_LAMBDA { return square_root(x * x + y * y); }, static_cast<const float*>(dst),
-        src);
+    map_floats_into(
+        n, dst, [](auto x, auto y) UTILS_SSE_LAMBDA { return square_root(x * x + y * y); }, src);
 }
