@@ -198,7 +198,7 @@ void add_cine_chains(std::vector<Chain>& chains)
 {
     const Array<unsigned char> frames = cine();
     Chain chain{"Cine filter, 512 x 512", kSide, kPixels, {}, "cine", {}};
-    for (const Maker& maker : makers_and_builds())
+    for (const Maker& maker : makers())
         chain.candidates.push_back(filtered_by(maker, frames));
 #if UTILS_SSE_BENCH_OPENCV
     chain.candidates.push_back(filtered_by_opencv(frames));

@@ -464,7 +464,7 @@ void add_colour_chains(std::vector<Chain>& chains)
     for (const auto& size : frames) {
         const Ensembles in(size.lines, size.samples, size.firings);
         Chain chain{size.name, size.lines, static_cast<double>(in.pixels()), {}, size.short_name, {}};
-        for (const Maker& maker : makers_and_builds())
+        for (const Maker& maker : makers())
             chain.candidates.push_back(colour_by(maker, in, size.mixed));
 #if UTILS_SSE_BENCH_OPENCV
         chain.candidates.push_back(colour_by_opencv(in, size.mixed));

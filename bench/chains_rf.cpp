@@ -293,7 +293,7 @@ void add_rf_chains(std::vector<Chain>& chains)
     for (const auto& size : frames) {
         const RfFrame frame(size.lines, size.samples);
         Chain chain{size.name, size.lines, static_cast<double>(size.lines) * size.samples, {}, size.short_name, {}};
-        for (const Maker& maker : makers_and_builds())
+        for (const Maker& maker : makers())
             chain.candidates.push_back(grey_by(maker, frame));
 #if UTILS_SSE_BENCH_OPENCV
         chain.candidates.push_back(grey_by_opencv(frame));

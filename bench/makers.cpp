@@ -26,20 +26,14 @@ operations::AnyFunction Maker::find(const std::string& title) const
 
 const std::vector<Maker>& makers()
 {
-    static const std::vector<Maker> all = {
-        {"utils_sse", nullptr, false},
+    static const std::vector<Maker> everybody = [] {
+        std::vector<Maker> all = {
+            {"utils_sse", nullptr, false},
 #define UTILS_SSE_PLAIN(maker)                                                                                                 \
     {#maker, operations::plain_##maker##_functions, std::string(#maker).find("native") != std::string::npos},
 #include "plain_makers.inc"
 #undef UTILS_SSE_PLAIN
-    };
-    return all;
-}
-
-const std::vector<Maker>& makers_and_builds()
-{
-    static const std::vector<Maker> everybody = [] {
-        std::vector<Maker> all = makers();
+        };
 #if defined(UTILS_SSE_BUILD_V3)
         static std::vector<std::vector<operations::AnyFunction>> builds;
         builds.reserve(2); // makers point into it

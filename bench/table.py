@@ -108,25 +108,26 @@ def picked(group):
     return next((group[name] for name in reversed(WIDER) if name in group), group["utils_sse"])
 
 
-def lost_rows(medians, operations, names, own):
-    """Of rows (operation, size): how many there are, and those where the best of the names is faster, with the ratio."""
-    rows = [(key, best(group, names) / own(group)) for key, group in medians.items() if key[0] in operations and best(group, names)]
-    return len(rows), sorted((operations.index(key[0]), *key, ratio) for key, ratio in rows if ratio < NOISE)
+def lost_rows(medians, names, own):
+    """{row: ratio} of the rows where the best of the names (a function of the row's candidates) is there; and of those the lost ones."""
+    ratios = {key: best(group, names(group)) / own(group) for key, group in medians.items() if best(group, names(group))}
+    return ratios, {key: ratio for key, ratio in ratios.items() if ratio < NOISE}
 
 
-def lost_text(lost):
+def counts_text(ratios, lost):
+    return f"ahead or level in {len(ratios) - len(lost)} of {len(ratios)} rows ({100 * (len(ratios) - len(lost)) / max(1, len(ratios)):.1f} %)"
+
+
+def lost_text(lost, operations):
+    """Lost rows (operation, size) in the order of the operations."""
     by_operation = {}
-    for _, operation, size, ratio in sorted(lost, key=lambda row: (row[0], SIZES.index(row[2]) if row[2] in SIZES else 0)):
-        if size != "1":
-            by_operation.setdefault(operation, []).append(f"{size} ({ratio:.2f})")
+    for (operation, size), ratio in sorted(lost.items(), key=lambda item: (operations.index(item[0][0]), SIZES.index(item[0][1]) if item[0][1] in SIZES else 0)):
+        by_operation.setdefault(operation, []).append(f"{size} ({ratio:.2f})")
     return "; ".join(f"{operation} at {', '.join(sizes)}" for operation, sizes in by_operation.items()) or "none"
 
 
-def counts_text(rows, lost, medians, operations):
-    """How many rows are not lost, calls of a single element apart."""
-    single = sum(size == "1" for operation, size in medians if operation in operations)
-    single_lost = sum(row[2] == "1" for row in lost)
-    return f"ahead or level in {rows - single - len(lost) + single_lost} of {rows - single} rows, and in {single - single_lost} of {single} calls of a single element"
+def is_ordered_sum(operation):
+    return operation in ORDERED_SUMS or operation.split(" (")[0] in ORDERED_SUMS
 
 
 def measured(medians, counters, context, spread, bandwidth, operations, own_sizes):
@@ -139,14 +140,15 @@ def measured(medians, counters, context, spread, bandwidth, operations, own_size
         "",
     ]
     everything = operations + own_sizes
-    rows, lost = lost_rows(medians, everything, COMPETITORS, lambda group: group["utils_sse"])
-    lines += [f"- The standard build (128 bits, SSE2) against the better plain loop for SSE4.1: {counts_text(rows, lost, medians, everything)}.", f"  Lost: {lost_text(lost)}."]
+    ratios_of, lost = lost_rows(medians, lambda group: COMPETITORS, lambda group: group["utils_sse"])
+    lines += [f"- The standard build (128 bits, SSE2) against the better plain loop for SSE4.1: {counts_text(ratios_of, lost)}.", f"  Lost: {lost_text(lost, everything)}."]
     if widest:
-        rows, lost = lost_rows(medians, everything, NATIVE + COMPETITORS, picked)
-        sums = [row for row in lost if row[1] in ORDERED_SUMS or row[1].split(" (")[0] in ORDERED_SUMS]
-        others = [row for row in lost if row not in sums]
-        lines += [f"- The build that the loader picks here (x86-64-{widest}) against the best plain loop of any width (`-march=native`): {counts_text(rows, lost, medians, everything)}.",
-                  f"  Lost: {lost_text(others)}. Lost by ordered sums: {lost_text(sums)}."]
+        ratios_of, lost = lost_rows(medians, lambda group: NATIVE + COMPETITORS, picked)
+        without_sums = [{key: ratio for key, ratio in rows.items() if not is_ordered_sum(key[0])} for rows in (ratios_of, lost)]
+        sums = {key: ratio for key, ratio in lost.items() if is_ordered_sum(key[0])}
+        lines += [f"- The build that the loader picks here (x86-64-{widest}) against the best plain loop of any width (`-march=native`): {counts_text(ratios_of, lost)};",
+                  f"  without sums of floats, whose order is the contract, {counts_text(*without_sums)}.",
+                  f"  Lost: {lost_text(without_sums[1], everything)}. Lost by ordered sums: {lost_text(sums, everything)}."]
     lines += [
         "",
         "### Plain loop over the standard build",
@@ -194,24 +196,33 @@ def measured(medians, counters, context, spread, bandwidth, operations, own_size
     return lines
 
 
+def others_of(group):
+    """Other libraries, which choose their code by the processor; what stands in parentheses is a yardstick and not the same work."""
+    return [name for name in group if name not in PLAIN + WIDER + ["utils_sse"] and not name.startswith("(")]
+
+
 def task_tables(path):
-    """Whole pieces of work: plain loops and other libraries over utils_sse."""
+    """Whole pieces of work: plain loops for SSE4.1 over the standard build, everybody else over the build that the loader picks."""
     medians, counters, _, spread, _ = read([path], parts=1)
     rows = []
     for task, group in sorted(medians.items(), key=lambda item: counters[item[0]]["family_index"]):
         own, run = group["utils_sse"], counters[task]
-        per_unit = own * 1000 / run["units"]  # microseconds to nanoseconds
-        others = []
-        for name in group:
-            if name == "utils_sse" or name in PLAIN:
-                continue
-            ratio = group[name] / own
-            others.append(f"{name} {ratio:.2f}" if name.startswith("(") else f"{name} {ratio_text(ratio)}")
-        rows.append([task[0], f"{per_unit:,.{0 if per_unit >= 100 else 1}f}", f"{1e9 / per_unit:,.0f} {run['label']}s", f"{1e6 / own:,.0f}",
-                     *(" / ".join(ratio_text(group[name] / own) for name in pair if name in group) for pair in (PLAIN[:2], PLAIN[2:])),
-                     ", ".join(others)])
-    header = ["task", "ns per unit", "per second", "runs per second", "plain, SSE4.1", "plain, this machine", "other libraries"]
-    return [f"Median half-spread of a contender's repetitions: {100 * spread:.0f} %.", ""] + table(header, rows)
+        unit = lambda time: run["units"] * 1e6 / time
+        over_picked = lambda names: [f"{name} {ratio_text(group[name] / picked(group))}" for name in names]
+        yardsticks = [name for name in group if name.startswith("(")]
+        rows.append([task[0], f"{1e9 / unit(own):,.{0 if unit(own) <= 1e7 else 1}f}", f"{unit(own):,.0f} {run['label']}s", f"{unit(picked(group)):,.0f}",
+                     " / ".join(f"{own / group[name]:.2f}" for name in WIDER if name in group),
+                     " / ".join(ratio_text(group[name] / own) for name in PLAIN[:2] if name in group),
+                     " / ".join(ratio_text(group[name] / picked(group)) for name in PLAIN[2:] if name in group),
+                     ", ".join(over_picked(others_of(group) + yardsticks))])
+    header = ["task", "ns per unit", "per second", "per second, loader's pick", "v3 / v4", "plain, SSE4.1", "plain, this machine", "other libraries"]
+    standard = lost_rows(medians, lambda group: PLAIN[:2], lambda group: group["utils_sse"])
+    wide = lost_rows(medians, lambda group: PLAIN + others_of(group), picked)
+    names = lambda lost: "; ".join(f"{task} ({ratio:.2f})" for (task,), ratio in lost.items()) or "none"
+    return [f"Median half-spread of a contender's repetitions: {100 * spread:.0f} %.", "",
+            f"- The standard build against the better plain loop for SSE4.1: {counts_text(*standard)}. Lost: {names(standard[1])}.",
+            f"- The build that the loader picks here against every plain loop and library: {counts_text(*wide)}. Lost: {names(wide[1])}.",
+            ""] + table(header, rows)
 
 
 def summary(path):
@@ -220,13 +231,12 @@ def summary(path):
     rows = []
     for task in SUMMARY:
         group, run = medians[task,], counters[task,]
-        own = group["utils_sse"]
-        best = lambda names: min((group[name], name) for name in names if name in group)
-        peers = [name for name in group if name not in PLAIN and name != "utils_sse" and not name.startswith("(")]
-        peer = "{1} {0}".format(ratio_text(best(peers)[0] / own), best(peers)[1]) if peers else ""
-        rows.append([task, f"{run['units'] * 1e6 / own:,.0f} {run['label']}s", ratio_text(best(PLAIN[:2])[0] / own),
-                     ratio_text(best(PLAIN[2:])[0] / own), peer])
-    return table(["", "per second", "best plain loop, SSE4.1", "best plain loop, this machine", "other library"], rows)
+        ratio = lambda names, own: ratio_text(best(group, names) / own) if best(group, names) else ""
+        peer = min(others_of(group), key=group.get, default=None)
+        rows.append([task, f"{run['units'] * 1e6 / group['utils_sse']:,.0f} {run['label']}s", f"{run['units'] * 1e6 / picked(group):,.0f}",
+                     ratio(PLAIN[:2], group["utils_sse"]), ratio(PLAIN, picked(group)),
+                     f"{peer} {ratio_text(group[peer] / picked(group))}" if peer else ""])
+    return table(["", "per second, 128 bits", "loader's pick", "best plain loop, SSE4.1", "best plain loop, any width", "other library"], rows)
 
 
 def rate(times):

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,11 +48,8 @@ struct Maker
     operations::AnyFunction find(const std::string& title) const;
 };
 
-/** The library and every compiler's plain loops. */
+/** The library, every compiler's plain loops, and the library's wider builds that this machine runs ("v3", "v4"). */
 const std::vector<Maker>& makers();
-
-/** Those, and the library's wider builds that this machine runs ("v3", "v4"). */
-const std::vector<Maker>& makers_and_builds();
 
 /** An array that starts at a multiple of 64 bytes. */
 template <class T>
@@ -81,6 +79,14 @@ private:
     std::size_t size_;
     std::shared_ptr<T> data_; // contenders are copied about
 };
+
+/** One array of this size for everybody's results: where the system puts an array may decide more than who writes it. */
+template <class T>
+const Array<T>& results_of_all(std::size_t size)
+{
+    static std::map<std::size_t, Array<T>> arrays;
+    return arrays.try_emplace(size, size).first->second;
+}
 
 /** Moves as many bytes as a task does: reads `bytes` / 2 and writes as many, 16 at a time, for comparison. */
 Contender copy_of(std::size_t bytes);

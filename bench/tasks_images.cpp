@@ -54,12 +54,12 @@ void add_median(std::vector<Task>& tasks, const std::string& kind, const char* t
     const Array<T> src = frame<T>();
     for (const Maker& maker : makers()) {
         const auto function = maker.function(title, Filter());
-        const Array<T> dst(kFrame);
+        const Array<T> dst = results_of_all<T>(kFrame);
         task.contenders.push_back(
             {maker.name, [=] { function(dst.data(), src.data(), kSide, kSide, kSide); }, [=] { return interior(dst, 3); }});
     }
 #if UTILS_SSE_BENCH_OPENCV
-    const Array<T> dst(kFrame);
+    const Array<T> dst = results_of_all<T>(kFrame);
     task.contenders.push_back({"OpenCV",
                                [=] {
                                    const cv::Mat from(kSide, kSide, cv_depth, src.data());
@@ -80,14 +80,21 @@ struct Sources
     Array<unsigned char> c = frame<unsigned char>(pixels, 2), d = frame<unsigned char>(pixels, 3);
 };
 
+// The same frames for everybody.
+const Sources& sources(std::size_t pixels)
+{
+    static std::map<std::size_t, Sources> frames;
+    return frames.try_emplace(pixels, Sources{pixels}).first->second;
+}
+
 // work(maker, sources, dst) does it once; `arrays` are read or written by it.
 template <class Work>
 Task blend(const std::string& name, std::size_t pixels, double tolerance, std::size_t arrays, const Work& work)
 {
     Task task{name, "frame", 1, tolerance, {}};
     for (const Maker& maker : makers()) {
-        const Sources in{pixels};
-        const Array<unsigned char> dst(pixels);
+        const Sources& in = sources(pixels);
+        const Array<unsigned char> dst = results_of_all<unsigned char>(pixels);
         const auto once = work(maker);
         task.contenders.push_back(
             {maker.name, [=] { once(in, dst.data(), static_cast<int>(pixels)); }, [=] { return dst.numbers(); }});
@@ -99,8 +106,8 @@ Task blend(const std::string& name, std::size_t pixels, double tolerance, std::s
 #if UTILS_SSE_BENCH_OPENCV
 Contender add_weighted(std::size_t pixels, double weight_a)
 {
-    const Sources in{pixels};
-    const Array<unsigned char> dst(pixels);
+    const Sources& in = sources(pixels);
+    const Array<unsigned char> dst = results_of_all<unsigned char>(pixels);
     const int side = static_cast<int>(pixels / kSide);
     return {"OpenCV",
             [=] {
@@ -114,8 +121,8 @@ Contender add_weighted(std::size_t pixels, double weight_a)
 #if UTILS_SSE_BENCH_LIBYUV
 Contender interpolate_plane(std::size_t pixels, int weight_b)
 {
-    const Sources in{pixels};
-    const Array<unsigned char> dst(pixels);
+    const Sources& in = sources(pixels);
+    const Array<unsigned char> dst = results_of_all<unsigned char>(pixels);
     return {"libyuv",
             [=] {
                 libyuv::InterpolatePlane(in.a.data(), kSide, in.b.data(), kSide, dst.data(), kSide, kSide,
@@ -176,12 +183,12 @@ Task box()
     const Array<unsigned char> src = frame<unsigned char>();
     for (const Maker& maker : makers()) {
         const auto function = maker.function("Filter2x2", &CUtils_SSE::Filter2x2);
-        const Array<unsigned char> dst(kFrame);
+        const Array<unsigned char> dst = results_of_all<unsigned char>(kFrame);
         task.contenders.push_back(
             {maker.name, [=] { function(dst.data(), src.data(), kSide, kSide); }, [=] { return interior(dst, 1); }});
     }
 #if UTILS_SSE_BENCH_OPENCV
-    const Array<unsigned char> dst(kFrame);
+    const Array<unsigned char> dst = results_of_all<unsigned char>(kFrame);
     task.contenders.push_back({"OpenCV",
                                [=] {
                                    cv::Mat to(kSide, kSide, CV_8UC1, dst.data());
@@ -196,15 +203,15 @@ Task transposition()
 {
     Task task{"Transposition, 512 x 512", "frame", 1, 0, {}};
     const Array<unsigned char> src = frame<unsigned char>();
+    const Array<unsigned char> staging(1024 * kSide);
     for (const Maker& maker : makers()) {
         const auto function = maker.function("TransposeImage", &CUtils_SSE::TransposeImage);
-        const Array<unsigned char> staging(1024 * kSide);
-        const Array<unsigned char> dst(kFrame);
+        const Array<unsigned char> dst = results_of_all<unsigned char>(kFrame);
         task.contenders.push_back({maker.name, [=] { function(src.data(), kSide, kSide, staging.data(), dst.data()); },
                                    [=] { return dst.numbers(); }});
     }
 #if UTILS_SSE_BENCH_OPENCV
-    const Array<unsigned char> to_cv(kFrame);
+    const Array<unsigned char> to_cv = results_of_all<unsigned char>(kFrame);
     task.contenders.push_back({"OpenCV",
                                [=] {
                                    cv::Mat to(kSide, kSide, CV_8UC1, to_cv.data());
@@ -213,7 +220,7 @@ Task transposition()
                                [=] { return to_cv.numbers(); }});
 #endif
 #if UTILS_SSE_BENCH_LIBYUV
-    const Array<unsigned char> to_yuv(kFrame);
+    const Array<unsigned char> to_yuv = results_of_all<unsigned char>(kFrame);
     task.contenders.push_back({"libyuv", [=] { libyuv::TransposePlane(src.data(), kSide, to_yuv.data(), kSide, kSide, kSide); },
                                [=] { return to_yuv.numbers(); }});
 #endif

@@ -68,12 +68,11 @@ struct Detection
     Array<short> table = frame.table(decimation);
 };
 
-Contender detect(const Maker& maker, int decimation)
+Contender detect(const Maker& maker, int decimation, const std::shared_ptr<Detection>& on)
 {
     const char* const title = decimation == 4 ? "EnvelopDetectGenSSED4F8" : "EnvelopDetectGenSSED8F4";
     const auto mix = maker.function("DemodulateNew", &CUtils_SSE::DemodulateNew);
     const auto detector = maker.function(title, &CUtils_SSE::EnvelopDetectGenSSED4F8);
-    const auto on = std::make_shared<Detection>(Detection{Frame(), decimation});
     return {maker.name,
             [=] {
                 mix(on->frame.rf.data(), on->i.data(), on->q.data(), on->frame.cosine.data(), on->frame.sine.data(), kLines,
@@ -143,7 +142,7 @@ void add_interpolation(std::vector<Task>& tasks, const std::string& name, const 
         x = static_cast<T>(std::lround(100 + 100 * noise()));
     for (const Maker& maker : makers()) {
         const auto function = maker.function(title, Interpolation());
-        const Array<T> dst(source * static_cast<std::size_t>(more));
+        const Array<T> dst = results_of_all<T>(source * static_cast<std::size_t>(more));
         task.contenders.push_back(
             {maker.name, [=] { function(dst.data(), src.data(), lines, n); }, [=] { return dst.numbers(); }});
     }
@@ -159,8 +158,9 @@ void add_rf_tasks(std::vector<Task>& tasks)
         // Q15 taps and shifts against floats: half a unit of 20000 here and there.
         Task task{
             "RF to envelope, 192 x 3,120 samples, 32 taps, decimation " + std::to_string(decimation), "line", kLines, 3e-4, {}};
+        const auto on = std::make_shared<Detection>(Detection{Frame(), decimation});
         for (const Maker& maker : makers())
-            task.contenders.push_back(detect(maker, decimation));
+            task.contenders.push_back(detect(maker, decimation, on));
 #if UTILS_SSE_BENCH_LIQUID
         task.contenders.push_back(detect_with_liquid(decimation));
 #endif
