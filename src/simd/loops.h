@@ -539,7 +539,8 @@ constexpr std::ptrdiff_t kLongRun = 24 * V::lanes;
 template <class V, class Load, class... Outputs>
 UTILS_SSE_INLINE void map_streams(std::ptrdiff_t n, const Load& load, const Outputs&... outputs)
 {
-    if (sizeof...(outputs) > 1 && n >= kLongRun<V> && ((reinterpret_cast<std::uintptr_t>(outputs.at) | ...) & 15) != 0)
+    if (sizeof...(outputs) > 1 && n >= kLongRun<V> &&
+        ((reinterpret_cast<std::uintptr_t>(outputs.at) | ...) & (kLineBytes - 1)) != 0)
         (map_together<V>(n, load, outputs), ...);
     else
         map_together<V>(n, load, outputs...);
