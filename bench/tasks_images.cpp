@@ -4,6 +4,7 @@
 #include "utils_sse.h"
 
 #include <algorithm>
+#include <map>
 
 #if UTILS_SSE_BENCH_OPENCV
 #include <opencv2/core.hpp>
@@ -87,91 +88,84 @@ const Sources& sources(std::size_t pixels)
     return frames.try_emplace(pixels, Sources{pixels}).first->second;
 }
 
-// work(maker, sources, dst) does it once; `arrays` are read or written by it.
+// A contender whose once(sources, dst) makes dst of the sources; of dst itself as well if it starts as one of them.
+template <class Once>
+Contender blending(const std::string& name, std::size_t pixels, Array<unsigned char> Sources::*start, const Once& once)
+{
+    const Sources& in = sources(pixels);
+    const Array<unsigned char> dst = results_of_all<unsigned char>(pixels);
+    return {name, [=] { once(in, dst.data()); },
+            [=] {
+                if (start != nullptr)
+                    std::copy((in.*start).begin(), (in.*start).end(), dst.data());
+                once(in, dst.data());
+                return dst.numbers();
+            }};
+}
+
+// work(maker) returns what does it once; `arrays` are read or written by it.
 template <class Work>
-Task blend(const std::string& name, std::size_t pixels, double tolerance, std::size_t arrays, const Work& work)
+Task blend(const std::string& name, std::size_t pixels, double tolerance, std::size_t arrays,
+           Array<unsigned char> Sources::*start, const Work& work)
 {
     Task task{name, "frame", 1, tolerance, {}};
     for (const Maker& maker : makers()) {
-        const Sources& in = sources(pixels);
-        const Array<unsigned char> dst = results_of_all<unsigned char>(pixels);
         const auto once = work(maker);
-        task.contenders.push_back(
-            {maker.name, [=] { once(in, dst.data(), static_cast<int>(pixels)); }, [=] { return dst.numbers(); }});
+        task.contenders.push_back(blending(maker.name, pixels, start, [=](const Sources& in, unsigned char* dst) {
+            once(in, dst, static_cast<int>(pixels));
+        }));
     }
     task.contenders.push_back(copy_of(arrays * pixels));
     return task;
 }
 
-#if UTILS_SSE_BENCH_OPENCV
-Contender add_weighted(std::size_t pixels, double weight_a)
+// Others weigh two frames; the first may be dst.
+void add_others(Task& task, [[maybe_unused]] std::size_t pixels, [[maybe_unused]] Array<unsigned char> Sources::*start,
+                [[maybe_unused]] int weight_b)
 {
-    const Sources& in = sources(pixels);
-    const Array<unsigned char> dst = results_of_all<unsigned char>(pixels);
-    const int side = static_cast<int>(pixels / kSide);
-    return {"OpenCV",
-            [=] {
-                cv::Mat to(side, kSide, CV_8UC1, dst.data());
-                cv::addWeighted(cv::Mat(side, kSide, CV_8UC1, in.a.data()), weight_a,
-                                cv::Mat(side, kSide, CV_8UC1, in.b.data()), 1 - weight_a, 0, to);
-            },
-            [=] { return dst.numbers(); }};
-}
+    [[maybe_unused]] const int rows = static_cast<int>(pixels / kSide);
+    [[maybe_unused]] const auto first = [start](const Sources& in, unsigned char* dst) { return start ? dst : in.a.data(); };
+#if UTILS_SSE_BENCH_OPENCV
+    task.contenders.push_back(blending("OpenCV", pixels, start, [=](const Sources& in, unsigned char* dst) {
+        cv::Mat to(rows, kSide, CV_8UC1, dst);
+        cv::addWeighted(cv::Mat(rows, kSide, CV_8UC1, first(in, dst)), 1 - weight_b / 256.0,
+                        cv::Mat(rows, kSide, CV_8UC1, in.b.data()), weight_b / 256.0, 0, to);
+    }));
 #endif
 #if UTILS_SSE_BENCH_LIBYUV
-Contender interpolate_plane(std::size_t pixels, int weight_b)
-{
-    const Sources& in = sources(pixels);
-    const Array<unsigned char> dst = results_of_all<unsigned char>(pixels);
-    return {"libyuv",
-            [=] {
-                libyuv::InterpolatePlane(in.a.data(), kSide, in.b.data(), kSide, dst.data(), kSide, kSide,
-                                         static_cast<int>(pixels / kSide), weight_b);
-            },
-            [=] { return dst.numbers(); }};
-}
+    task.contenders.push_back(blending("libyuv", pixels, start, [=](const Sources& in, unsigned char* dst) {
+        libyuv::InterpolatePlane(first(in, dst), kSide, in.b.data(), kSide, dst, kSide, kSide, rows, weight_b);
+    }));
 #endif
+}
 
 void add_blends(std::vector<Task>& tasks, const std::string& where, std::size_t pixels)
 {
     const double one = 1.01 / 254; // others round where the library truncates
-    Task weighted = blend("Blend of two frames, 30 %" + where, pixels, one, 3, [](const Maker& maker) {
+    Task weighted = blend("Blend of two frames, 30 %" + where, pixels, one, 3, nullptr, [](const Maker& maker) {
         const auto function = maker.function("WeightedAverage", &CUtils_SSE::WeightedAverage);
         return [=](const Sources& in, unsigned char* dst, int n) { function(dst, in.a.data(), in.b.data(), n, 30); };
     });
-    Task persistence = blend("Persistence, 12 and 4 sixteenths" + where, pixels, one, 3, [](const Maker& maker) {
+    Task persistence = blend("Persistence, 12 and 4 sixteenths" + where, pixels, one, 3, nullptr, [](const Maker& maker) {
         const auto function = maker.function("PersistImage", &CUtils_SSE::PersistImage);
         return [=](const Sources& in, unsigned char* dst, int n) { function(in.a.data(), in.b.data(), dst, 12, 4, n); };
     });
-    Task two = blend("Mean of two frames" + where, pixels, one, 5, [](const Maker& maker) {
+    Task two = blend("Mean of two frames, in place" + where, pixels, one, 3, &Sources::a, [](const Maker& maker) {
         const auto function = maker.function("TemporalAverage2", &CUtils_SSE::TemporalAverage2);
-        return [=](const Sources& in, unsigned char* dst, int n) {
-            std::copy(in.a.data(), in.a.data() + n, dst); // it works in place: the copy is part of what is timed
-            function(dst, in.b.data(), n);
-        };
+        return [=](const Sources& in, unsigned char* dst, int n) { function(dst, in.b.data(), n); };
     });
-    Task four = blend("Mean of four frames" + where, pixels, 0, 7, [](const Maker& maker) {
+    Task four = blend("Mean of four frames, in place" + where, pixels, 0, 5, &Sources::d, [](const Maker& maker) {
         const auto function = maker.function("TemporalAverage4", &CUtils_SSE::TemporalAverage4);
-        return [=](const Sources& in, unsigned char* dst, int n) {
-            std::copy(in.d.data(), in.d.data() + n, dst);
-            function(dst, in.a.data(), in.b.data(), in.c.data(), n);
-        };
+        return [=](const Sources& in, unsigned char* dst, int n) { function(dst, in.a.data(), in.b.data(), in.c.data(), n); };
     });
-    Task median = blend("Median of three frames" + where, pixels, 0, 4, [](const Maker& maker) {
+    Task median = blend("Median of three frames" + where, pixels, 0, 4, nullptr, [](const Maker& maker) {
         using Filter = void (*)(unsigned char*, const unsigned char*, const unsigned char*, const unsigned char*, int);
         const auto function = maker.function("MedianFilter (three frames of bytes)", Filter());
         return [=](const Sources& in, unsigned char* dst, int n) { function(dst, in.a.data(), in.b.data(), in.c.data(), n); };
     });
-#if UTILS_SSE_BENCH_OPENCV
-    weighted.contenders.push_back(add_weighted(pixels, 1 - 76 / 256.0));
-    persistence.contenders.push_back(add_weighted(pixels, 0.75));
-    two.contenders.push_back(add_weighted(pixels, 0.5));
-#endif
-#if UTILS_SSE_BENCH_LIBYUV
-    weighted.contenders.push_back(interpolate_plane(pixels, 76));
-    persistence.contenders.push_back(interpolate_plane(pixels, 64));
-    two.contenders.push_back(interpolate_plane(pixels, 128));
-#endif
+    add_others(weighted, pixels, nullptr, 76);
+    add_others(persistence, pixels, nullptr, 64);
+    add_others(two, pixels, &Sources::a, 128);
     tasks.insert(tasks.end(), {weighted, persistence, two, four, median});
 }
 
