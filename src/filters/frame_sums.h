@@ -112,9 +112,14 @@ UTILS_SSE_INLINE void cover_frame_sums(Rest rest, T* dst, const FrameList<T>& fr
     } else if constexpr (Most > 2) {
         cover_frame_sums<Most / 2>(rest, dst, frames, weights, tail);
     } else if (rest.count > 0) {
+        const auto pixel = [&](std::ptrdiff_t j)
+                               UTILS_SSE_LAMBDA { return weights.of(j)(static_cast<unsigned>(frames.first[j][rest.i])); };
         unsigned sum = 0;
-        frames.for_each([&](const T* frame, std::ptrdiff_t j)
-                            UTILS_SSE_LAMBDA { sum += weights.of(j)(static_cast<unsigned>(frame[rest.i])); });
+        std::ptrdiff_t j = 0;
+        for (; j + 4 <= frames.count; j += 4)
+            sum += pixel(j) + pixel(j + 1) + pixel(j + 2) + pixel(j + 3);
+        for (; j < frames.count; ++j)
+            sum += pixel(j);
         dst[rest.i] = static_cast<T>(tail(std::integral_constant<int, 1>(), sum, rest.i));
     }
 }

@@ -50,8 +50,10 @@ UTILS_SSE_INLINE V median_of_five(V f1, V f2, V f3, V f4, V f5)
 template <class V, class T>
 UTILS_SSE_INLINE void median_of_frames(T* dst, const T* f1, const T* f2, const T* f3, int n)
 {
-    const auto median = [=](auto run, std::ptrdiff_t i)
-                            UTILS_SSE_LAMBDA { return median_of_three(run.load(f1 + i), run.load(f2 + i), run.load(f3 + i)); };
+    // In order: GCC would load twice what it could copy (shorts in L2: 1.2 times as long).
+    const auto median = [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+        return median_of_three(run.load(f1 + i), in_order(run.load(f2 + i)), run.load(f3 + i));
+    };
     map_frames<V, 4>(dst, n, median, median, ahead<1024>(f1), ahead<1024>(f2), ahead<1024>(f3));
 }
 
