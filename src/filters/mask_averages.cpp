@@ -131,7 +131,7 @@ void CUtils_SSE::MaskAverageWithDifferentDivisors(unsigned char* dst, const unsi
 void CUtils_SSE::ApplyDivisorMask(unsigned char* dst, const unsigned char* src, const unsigned short* mask, int n)
 {
     const short* m = lanes_of(mask);
-    const Rest rest = map_blocks<16, 4>(
+    map_with_tail<16, 4>(
         n,
         [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const auto pixels = run.load(src + i);
@@ -144,12 +144,14 @@ void CUtils_SSE::ApplyDivisorMask(unsigned char* dst, const unsigned char* src, 
                                        multiply_high_unsigned(widen_high_to_top(pixels), m_high)),
                        saturated));
         },
-        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src), ahead<1024>(m));
-    // The tail keeps the low 8 bits and reads the factor as unsigned, on purpose.
-    cover_in_place<8>(
-        rest,
-        [=](auto count, std::ptrdiff_t i)
-            UTILS_SSE_LAMBDA { return divide_wrapping<count()>(widen_low(Part<u8, count()>::load(src + i)), m, i); },
-        [=](auto count, std::ptrdiff_t i, i16 pixels)
-            UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, narrow_saturate(pixels, pixels)); });
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); },
+        // The tail keeps the low 8 bits and reads the factor as unsigned, on purpose.
+        [=](Rest rest) UTILS_SSE_LAMBDA {
+            cover_in_place<8>(
+                rest,
+                [=](auto count, std::ptrdiff_t i)
+                    UTILS_SSE_LAMBDA { return divide_wrapping<count()>(load_lanes<count()>(src + i), m, i); },
+                [=](auto count, std::ptrdiff_t i, i16 pixels) UTILS_SSE_LAMBDA { store_lanes<count()>(dst + i, pixels); });
+        },
+        ahead<1024>(src), ahead<1024>(m));
 }

@@ -82,12 +82,16 @@ void CUtils_SSE::Filter2x2(unsigned char* dst, const unsigned char* src, int wid
             const unsigned char* p = in + i;
             return in_order(mean_down(part.load(p), part.load(p + 1), part.load(p + w), part.load(p + w + 1)));
         };
-        const Rest rest = map_blocks<16, 4>(
+        const auto few = [=](int count) UTILS_SSE_LAMBDA {
+            cover<8>(Rest{0, count}, [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                using Pixels = Part<u8, part()>;
+                Pixels::store(out + i, box(Pixels(), i));
+            });
+        };
+        map_to_the_end<16, 4>(
             static_cast<int>(rows * w - 1), box,
-            [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(out + i, pixels); }, ahead<1024>(in),
+            [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(out + i, pixels); }, few, ahead<1024>(in),
             ahead<1024>(in + w));
-        cover<8>(rest, [=](auto count, std::ptrdiff_t i)
-                           UTILS_SSE_LAMBDA { Part<u8, count()>::store(out + i, box(Part<u8, count()>(), i)); });
         for (std::ptrdiff_t r = 1; r <= rows; ++r)
             out[r * w - 1] = 0;
     }
