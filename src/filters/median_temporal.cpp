@@ -60,7 +60,7 @@ UTILS_SSE_INLINE void median_of_frames(T* dst, const T* f1, const T* f2, const T
     const auto median = [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         return median_of_three(run.load(f1 + i), in_order(run.load(f2 + i)), run.load(f3 + i));
     };
-    map_to_the_end<V::lanes, 4>(
+    map_to_the_end<V::lanes, UTILS_SSE_MOST_BLOCKS == 1 ? 2 : 4>(
         n, median, [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); },
         [=](int count) UTILS_SSE_LAMBDA {
             map_few<V>(dst, Rest{0, count}, median);

@@ -265,8 +265,9 @@ UTILS_SSE_INLINE Rest read_blocks(int n, const Body& body, Streams... streams)
         } while (rest.count >= Group * Block);
     for (; rest.count >= Block; rest.count -= Block, rest.i += Block)
         body(rest.i);
-    const int whole = n > 0 ? n & -Block : 0; // compilers make more of what the loops count
-    return {whole, n - whole};
+    if (n < 0)
+        return {0, 0};
+    return {n & -Block, n & (Block - 1)}; // compilers know less of what the loops count
 }
 
 template <class Tail>
