@@ -56,11 +56,11 @@ UTILS_SSE_INLINE V median_of_five(V f1, V f2, V f3, V f4, V f5)
 template <class V, class T>
 UTILS_SSE_INLINE void median_of_frames(T* dst, const T* f1, const T* f2, const T* f3, int n)
 {
-    // In order: GCC would load twice what it could copy (shorts in L2: 1.2 times as long).
+    // In order: GCC would load again what it could copy (in L2 1.25 times as long).
     const auto median = [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         return median_of_three(run.load(f1 + i), in_order(run.load(f2 + i)), in_order(run.load(f3 + i)));
     };
-    map_to_the_end<V::lanes, UTILS_SSE_MOST_BLOCKS == 1 ? 2 : 4>(
+    map_to_the_end<V::lanes, 4>(
         n, median, [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); },
         [=](int count) UTILS_SSE_LAMBDA {
             map_few<V>(dst, Rest{0, count}, median);

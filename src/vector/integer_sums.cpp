@@ -19,7 +19,7 @@ UTILS_SSE_INLINE int sum_blocks(int n, const Values& values)
             sum = add_wrap(sum, values(Blocks<1>(), rest.i));
         return fold_wrap(sum);
     };
-    if (n < (Wide::count > 1 ? step : 8 * step))
+    if (Wide::count > 1 ? UTILS_SSE_OUT_OF_LINE(n < step) : UTILS_SSE_IN_LINE(n < 8 * step))
         return with_single_blocks(zero<i32>(), Rest{0, n});
     Sum sums[4] = {zero<Sum>(), zero<Sum>(), zero<Sum>(), zero<Sum>()};
     const auto add = [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
