@@ -223,7 +223,7 @@ UTILS_SSE_INLINE auto score_of(const short* a, const short* b, int n, const Scor
             const int stretch = static_cast<int>(minimum<std::ptrdiff_t>(n - done, Lanes<SumAB>::stretch));
             constexpr Blocks<Lanes<SumAB>::blocks> wide;
             Rest rest{0, stretch};
-            if (wide.count == 1 || stretch >= 8 * wide.count) {
+            if (stretch >= 8 * wide.count) { // else nothing to fold
                 rest = read_blocks<8 * wide.count, group>(
                     stretch,
                     [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {

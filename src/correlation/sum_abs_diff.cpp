@@ -43,9 +43,11 @@ UTILS_SSE_INLINE long long sum_blocks(const unsigned char* a, const unsigned cha
             });
         },
         ahead<64>(a), ahead<64>(b));
-    if constexpr (step > 16)
+    if constexpr (step > 16) {
         for (; rest.count >= step; rest.count -= step, rest.i += step)
             sums[0] = add_wrap(sums[0], sum_of_part<Step>(a + rest.i, b + rest.i));
+        rest = {n & -step, n & (step - 1)};
+    }
     i64 sum = add_blocks_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3])));
     for (; rest.count >= 16; rest.count -= 16, rest.i += 16)
         sum = add_wrap(sum, sum_of_part<Part<u8, 16>>(a + rest.i, b + rest.i));

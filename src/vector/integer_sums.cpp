@@ -6,6 +6,13 @@ using namespace simd;
 
 namespace {
 
+// What is left of whole blocks; n is not negative.
+template <int Block>
+UTILS_SSE_INLINE Rest behind_blocks(int n)
+{
+    return {n & -Block, n & (Block - 1)};
+}
+
 // The sum of values(run, i), which wraps, over whole blocks. Integers may be added in any order, so four sums run side by side.
 // n is Block at least.
 template <int Block, class Values>
@@ -26,17 +33,12 @@ UTILS_SSE_INLINE int sum_blocks(int n, const Values& values)
         repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sums[k] = in_order(add_wrap(sums[k], values(Wide(), i + k * step))); });
     };
     Rest rest = read_blocks<8 * step, 1>(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { add(i), add(i + 4 * step); });
-    if constexpr (Wide::count > 1)
+    if constexpr (Wide::count > 1) {
         for (; rest.count >= step; rest.count -= step, rest.i += step)
             sums[0] = add_wrap(sums[0], values(Wide(), rest.i));
+        rest = behind_blocks<step>(n);
+    }
     return with_single_blocks(add_blocks_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3]))), rest);
-}
-
-// What is left of whole blocks; n is not negative.
-template <int Block>
-UTILS_SSE_INLINE Rest behind_blocks(int n)
-{
-    return {n & -Block, n & (Block - 1)};
 }
 
 // The number that a mean is divided by: of no elements it is 0 / 0.
