@@ -54,11 +54,11 @@ alignas(16) constexpr double kHalfWeights[2] = {65536.0, 1.0};
 // The totals of DoubleLanes in half the time, for as many samples as cannot make a double round: 2^23 of them have 2^22 pair
 // sums of at most 2^31, and whole numbers up to 2^53 are added alike in any order. A pair sum is 65536 times its upper half
 // plus its lower half, which is not negative; `sum`, which wraps, and `upper` tell the sums of both. Samples need no halves.
-template <class Sum>
-struct WholeNumbers
+template <class Sum, int Blocks>
+struct WholeNumbersIn
 {
     using Number = double;
-    static constexpr int blocks = UTILS_SSE_MOST_BLOCKS;
+    static constexpr int blocks = Blocks;
     static constexpr int stretch = 1 << 15; // no sum of upper or of lower halves leaves 31 bits
     I32<blocks> many_sum = zero<I32<blocks>>();
     I32<blocks> many_upper = zero<I32<blocks>>();
@@ -99,6 +99,14 @@ struct WholeNumbers
     }
 };
 
+template <class Sum>
+using WholeNumbers = WholeNumbersIn<Sum, UTILS_SSE_MOST_BLOCKS>;
+
+// Fewer samples than wide blocks hold would pay for their empty sums.
+template <class Sum>
+using FewWholeNumbers = WholeNumbersIn<Sum, 1>;
+constexpr int kFewWhole = UTILS_SSE_MOST_BLOCKS > 1 ? 8 * UTILS_SSE_MOST_BLOCKS : 0;
+
 // Four lanes; pair sums beyond 24 bits are rounded before they are added.
 template <class Sum>
 struct FloatLanes
@@ -122,11 +130,12 @@ struct FloatLanes
 };
 
 // --- what is summed --------------------------------------------------------------------------------------------------
-// pairs(x, y): neighbouring terms of eight samples of each segment added; two products of (-32768)^2 wrap.
+// pairs(x, y): neighbouring terms of eight samples of each segment added; two products of (-32768)^2 wrap. term(x, y): of one.
 
 struct SumA
 {
     static constexpr bool of_products = false;
+    static UTILS_SSE_INLINE int term(short x, short) { return x; }
     template <int N>
     static UTILS_SSE_INLINE I32<N> pairs(I16<N> x, I16<N>)
     {
@@ -136,6 +145,7 @@ struct SumA
 struct SumB
 {
     static constexpr bool of_products = false;
+    static UTILS_SSE_INLINE int term(short, short y) { return y; }
     template <int N>
     static UTILS_SSE_INLINE I32<N> pairs(I16<N>, I16<N> y)
     {
@@ -145,6 +155,7 @@ struct SumB
 struct SumAA
 {
     static constexpr bool of_products = true;
+    static UTILS_SSE_INLINE int term(short x, short) { return x * x; }
     template <int N>
     static UTILS_SSE_INLINE I32<N> pairs(I16<N> x, I16<N>)
     {
@@ -154,6 +165,7 @@ struct SumAA
 struct SumBB
 {
     static constexpr bool of_products = true;
+    static UTILS_SSE_INLINE int term(short, short y) { return y * y; }
     template <int N>
     static UTILS_SSE_INLINE I32<N> pairs(I16<N>, I16<N> y)
     {
@@ -163,6 +175,7 @@ struct SumBB
 struct SumAB
 {
     static constexpr bool of_products = true;
+    static UTILS_SSE_INLINE int term(short x, short y) { return x * y; }
     template <int N>
     static UTILS_SSE_INLINE I32<N> pairs(I16<N> x, I16<N> y)
     {
@@ -180,10 +193,27 @@ UTILS_SSE_INLINE i16 load_apart(const short* p)
         return interleave_low(Part<i16, 2 * Count>::load(p), zero<i16>());
 }
 
+template <class Number, class>
+constexpr Number kNothing = 0; // a total for each kind of sum
+
+// Fewer than four samples: no lanes, and their terms are added one after the other.
+template <class Number, class... Sums, class Score>
+UTILS_SSE_INLINE Number score_of_few(const short* a, const short* b, int n, const Score& score)
+{
+    return [&](auto... total) UTILS_SSE_LAMBDA {
+        for_few(n, [&](std::ptrdiff_t i)
+                       UTILS_SSE_LAMBDA { ((total = total + static_cast<Number>(Sums::term(a[i], b[i]))), ...); });
+        return score(static_cast<Number>(maximum(n, 0)), total...);
+    }(kNothing<Number, Sums>...);
+}
+
 // One pass over both segments; the score gets the count and the totals in the order of Sums.
 template <template <class> class Lanes, class... Sums, class Score>
 UTILS_SSE_INLINE auto score_of(const short* a, const short* b, int n, const Score& score)
 {
+    using Number = typename Lanes<SumAB>::Number;
+    if (n < 4)
+        return score_of_few<Number, Sums...>(a, b, n, score);
     constexpr int group = sizeof...(Sums) > 3 ? 1 : 2; // five sums fill the registers
     return [&](auto... lanes) UTILS_SSE_LAMBDA {
         std::ptrdiff_t done = 0;
@@ -193,7 +223,7 @@ UTILS_SSE_INLINE auto score_of(const short* a, const short* b, int n, const Scor
             const int stretch = static_cast<int>(minimum<std::ptrdiff_t>(n - done, Lanes<SumAB>::stretch));
             constexpr Blocks<Lanes<SumAB>::blocks> wide;
             Rest rest{0, stretch};
-            if (wide.count == 1 || stretch >= 8 * wide.count) {
+            if (stretch >= 8 * wide.count) { // else nothing to fold
                 rest = read_blocks<8 * wide.count, group>(
                     stretch,
                     [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
@@ -231,7 +261,7 @@ UTILS_SSE_INLINE auto score_of(const short* a, const short* b, int n, const Scor
             done += stretch;
         } while (done < n);
         // Of no samples every mean is 0 / 0.
-        return score(static_cast<typename Lanes<SumAB>::Number>(maximum(n, 0)), lanes.total...);
+        return score(static_cast<Number>(maximum(n, 0)), lanes.total...);
     }(Lanes<Sums>()...);
 }
 
@@ -270,7 +300,9 @@ UTILS_SSE_INLINE auto normalized_covariance(const short* a, const short* b, int 
 double CUtils_SSE::Correlation(const short* a, const short* b, int n)
 {
     // For a single sum of a few samples it is not worth the while.
-    return n >= 32 && n <= kMostWhole ? correlation<WholeNumbers>(a, b, n) : correlation<DoubleLanes>(a, b, n);
+    if (UTILS_SSE_OUT_OF_LINE(n >= 32 && n <= kMostWhole))
+        return correlation<WholeNumbers>(a, b, n);
+    return correlation<DoubleLanes>(a, b, n);
 }
 
 float CUtils_SSE::CorrelationF(const short* a, const short* b, int n)
@@ -280,6 +312,8 @@ float CUtils_SSE::CorrelationF(const short* a, const short* b, int n)
 
 double CUtils_SSE::NormalizedCorrelation(const short* a, const short* b, int n)
 {
+    if (n < kFewWhole)
+        return normalized_correlation<FewWholeNumbers>(a, b, n);
     return n <= kMostWhole ? normalized_correlation<WholeNumbers>(a, b, n) : normalized_correlation<DoubleLanes>(a, b, n);
 }
 
@@ -290,6 +324,8 @@ float CUtils_SSE::NormalizedCorrelationF(const short* a, const short* b, int n)
 
 double CUtils_SSE::NormalizedCovariance(const short* a, const short* b, int n)
 {
+    if (n < kFewWhole)
+        return normalized_covariance<FewWholeNumbers>(a, b, n);
     return n <= kMostWhole ? normalized_covariance<WholeNumbers>(a, b, n) : normalized_covariance<DoubleLanes>(a, b, n);
 }
 

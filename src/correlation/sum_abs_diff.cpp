@@ -2,6 +2,8 @@
 #include "simd/loops.h"
 #include "utils_sse.h"
 
+#include <cstdlib>
+
 using namespace simd;
 
 namespace {
@@ -26,18 +28,8 @@ UTILS_SSE_INLINE void sum_rest(i64& sum, Rest rest, const unsigned char* a, cons
         sum_rest<Bytes / 2>(sum, rest, a, b);
 }
 
-} // namespace
-
-float CUtils_SSE::SumAbsDiff(const float* a, const float* b, int n)
-{
-    return sum_in_lanes(
-        n,
-        [=](auto v, std::ptrdiff_t i)
-            UTILS_SSE_LAMBDA { return absolute(load<decltype(v)>(a + i) - load<decltype(v)>(b + i)); },
-        ahead<64>(a), ahead<64>(b));
-}
-
-long long CUtils_SSE::SumAbsDiff(const unsigned char* a, const unsigned char* b, int n)
+// n is 16 at least.
+UTILS_SSE_INLINE long long sum_blocks(const unsigned char* a, const unsigned char* b, int n)
 {
     constexpr int step = UTILS_SSE_MOST_BLOCKS * 16;
     using Step = Part<u8, step>;
@@ -51,12 +43,39 @@ long long CUtils_SSE::SumAbsDiff(const unsigned char* a, const unsigned char* b,
             });
         },
         ahead<64>(a), ahead<64>(b));
-    if constexpr (step > 16)
+    if constexpr (step > 16) {
         for (; rest.count >= step; rest.count -= step, rest.i += step)
             sums[0] = add_wrap(sums[0], sum_of_part<Step>(a + rest.i, b + rest.i));
+        rest = {n & -step, n & (step - 1)};
+    }
     i64 sum = add_blocks_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3])));
     for (; rest.count >= 16; rest.count -= 16, rest.i += 16)
         sum = add_wrap(sum, sum_of_part<Part<u8, 16>>(a + rest.i, b + rest.i));
     sum_rest<8>(sum, rest, a, b);
     return fold_wrap(sum);
+}
+
+} // namespace
+
+float CUtils_SSE::SumAbsDiff(const float* a, const float* b, int n)
+{
+    return sum_in_lanes(
+        n,
+        [=](auto v, std::ptrdiff_t i)
+            UTILS_SSE_LAMBDA { return absolute(load<decltype(v)>(a + i) - load<decltype(v)>(b + i)); },
+        ahead<64>(a), ahead<64>(b));
+}
+
+long long CUtils_SSE::SumAbsDiff(const unsigned char* a, const unsigned char* b, int n)
+{
+    if (UTILS_SSE_OUT_OF_LINE(n >= 16))
+        return sum_blocks(a, b, n);
+    if (UTILS_SSE_OUT_OF_LINE(n >= 4)) {
+        i64 sum = zero<i64>();
+        sum_rest<8>(sum, Rest{0, n}, a, b);
+        return fold_wrap(sum);
+    }
+    int sum = 0;
+    for_few(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum += std::abs(a[i] - b[i]); });
+    return sum;
 }

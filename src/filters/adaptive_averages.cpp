@@ -8,13 +8,11 @@ using namespace simd;
 
 namespace {
 
-// blend(average, bright) is 256 times the result of eight pixels, 65025 at most.
+// blend(average, bright) is 256 times the result of eight pixels, 65025 at most. n is 16 at least.
 template <class Blend>
 UTILS_SSE_INLINE void average_adaptively(unsigned char* dst, const unsigned char* const* frames, int frameCount,
                                          const unsigned short* mask, int n, const unsigned char* gate, const Blend& blend)
 {
-    if (n <= 0)
-        return;
     if (frameCount <= 1) {
         std::memmove(dst, frames[0], static_cast<std::size_t>(n)); // dst may be the frame
         return;
@@ -32,23 +30,19 @@ UTILS_SSE_INLINE void average_adaptively(unsigned char* dst, const unsigned char
             const auto high = blend(divide_wrapping(s.high, factors.high), widen_high(bright));
             return narrow_saturate(shift_right_unsigned<8>(low), shift_right_unsigned<8>(high));
         },
-        // The tail is the mask average of all frames, neither blended nor gated, on purpose.
-        Frames{frames, frameCount}, Unweighted(),
-        [=](auto count, i16 s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_wrapping<count()>(s, m, i); });
+        Frames{frames, frameCount}, Unweighted(), divided_by(mask));
 }
 
-} // namespace
-
-void CUtils_SSE::AdaptiveAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
-                                 const unsigned short* mask, int n, unsigned char* gate)
+UTILS_SSE_APART void blend_by_brightness(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                         const unsigned short* mask, int n, unsigned char* gate)
 {
-    average_adaptively(dst, frames, frameCount, mask, n, gate, [=](auto average, auto bright) UTILS_SSE_LAMBDA {
+    average_adaptively(dst, frames, frameCount, mask, n, gate, [](auto average, auto bright) UTILS_SSE_LAMBDA {
         const auto largest = decltype(bright)::broadcast(255);
         return add_wrap(multiply_low(average, subtract_wrap(largest, bright)), multiply_low(bright, bright));
     });
 }
 
-void CUtils_SSE::WeightAdjustAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+UTILS_SSE_APART void blend_by_weight(unsigned char* dst, const unsigned char* const* frames, int frameCount,
                                      const unsigned short* mask, int n, unsigned char* gate, unsigned char k)
 {
     average_adaptively(dst, frames, frameCount, mask, n, gate, [=](auto average, auto bright) UTILS_SSE_LAMBDA {
@@ -56,4 +50,37 @@ void CUtils_SSE::WeightAdjustAverage(unsigned char* dst, const unsigned char* co
         const auto rest = decltype(bright)::broadcast(static_cast<short>(255 - k));
         return add_wrap(multiply_low(average, rest), multiply_low(bright, weight));
     });
+}
+
+// The tail is the mask average of all frames, neither blended nor gated, on purpose; of a single frame it is the frame.
+UTILS_SSE_INLINE void average_few(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                  const unsigned short* mask, int n)
+{
+    const Frames list{frames, frameCount};
+    const Rest all{0, n};
+    if (UTILS_SSE_OUT_OF_LINE(frameCount <= 1))
+        cover_frame_sums<8>(all, dst, Frames{frames, 1}, Unweighted(),
+                            [](auto, auto s, std::ptrdiff_t) UTILS_SSE_LAMBDA { return s; });
+    else
+        cover_frame_sums<8>(all, dst, list, Unweighted(), divided_by(mask));
+}
+
+} // namespace
+
+void CUtils_SSE::AdaptiveAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                 const unsigned short* mask, int n, unsigned char* gate)
+{
+    if (n >= 16)
+        blend_by_brightness(dst, frames, frameCount, mask, n, gate);
+    else
+        average_few(dst, frames, frameCount, mask, n);
+}
+
+void CUtils_SSE::WeightAdjustAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                     const unsigned short* mask, int n, unsigned char* gate, unsigned char k)
+{
+    if (n >= 16)
+        blend_by_weight(dst, frames, frameCount, mask, n, gate, k);
+    else
+        average_few(dst, frames, frameCount, mask, n);
 }

@@ -34,13 +34,13 @@ struct FrameList
 
 using Frames = FrameList<unsigned char>;
 
-// The pixels of a frame as they are.
+// The pixels of a frame as they are, in vectors or one alone.
 struct Unweighted
 {
     struct Weight
     {
-        template <int N>
-        UTILS_SSE_INLINE I16<N> operator()(I16<N> pixels) const
+        template <class Pixels>
+        UTILS_SSE_INLINE Pixels operator()(Pixels pixels) const
         {
             return pixels;
         }
@@ -64,14 +64,64 @@ UTILS_SSE_INLINE void sum_vectors(PixelSums<N> (&sums)[Vectors], const Frames& f
     });
 }
 
-// The sums of `Count` pixels, 8 at most.
-template <int Count, class Weights>
-UTILS_SSE_INLINE i16 sum_pixels(const Frames& frames, const Weights& weights, std::ptrdiff_t i)
+// `Count` pixels or samples, 8 at most, as 16-bit lanes.
+template <int Count>
+UTILS_SSE_INLINE i16 load_lanes(const unsigned char* p)
 {
-    i16 sum = zero<i16>();
-    frames.for_each([&](const unsigned char* frame, std::ptrdiff_t j)
-                        UTILS_SSE_LAMBDA { sum = add_wrap(sum, weights.of(j)(widen_low(Part<u8, Count>::load(frame + i)))); });
-    return sum;
+    return widen_low(Part<u8, Count>::load(p));
+}
+template <int Count>
+UTILS_SSE_INLINE i16 load_lanes(const short* p)
+{
+    return Part<i16, 2 * Count>::load(p);
+}
+template <int Count>
+UTILS_SSE_INLINE void store_lanes(unsigned char* p, i16 x)
+{
+    Part<u8, Count>::store(p, narrow_saturate(x, x));
+}
+template <int Count>
+UTILS_SSE_INLINE void store_lanes(short* p, i16 x)
+{
+    Part<i16, 2 * Count>::store(p, x);
+}
+
+// The kernels of frame sums are two functions each, of calls with whole blocks and of shorter ones, since these need not save
+// the registers that groups of blocks need (one pixel: 5 ns instead of 9).
+//
+// dst[i] = tail(count, sum, i) for what is left of whole blocks, 2 * Most - 1 elements at most. Two runs that overlap have
+// their sums formed side by side, and both are read before either is written: dst may equal any frame. One element alone is
+// summed as a number, of which the low 16 bits count.
+template <int Most, class T, class Weights, class Tail>
+UTILS_SSE_INLINE void cover_frame_sums(Rest rest, T* dst, const FrameList<T>& frames, const Weights& weights, const Tail& tail)
+{
+    if (UTILS_SSE_OUT_OF_LINE(rest.count >= Most)) {
+        constexpr std::integral_constant<int, Most> count;
+        const std::ptrdiff_t last = rest.i + rest.count - Most;
+        i16 first_sum = zero<i16>();
+        i16 last_sum = zero<i16>();
+        frames.for_each([&](const T* frame, std::ptrdiff_t j) UTILS_SSE_LAMBDA {
+            const auto weight = weights.of(j);
+            first_sum = add_wrap(first_sum, weight(load_lanes<Most>(frame + rest.i)));
+            last_sum = add_wrap(last_sum, weight(load_lanes<Most>(frame + last)));
+        });
+        const i16 first_results = tail(count, first_sum, rest.i);
+        const i16 last_results = tail(count, last_sum, last);
+        store_lanes<Most>(dst + rest.i, first_results);
+        store_lanes<Most>(dst + last, last_results);
+    } else if constexpr (Most > 2) {
+        cover_frame_sums<Most / 2>(rest, dst, frames, weights, tail);
+    } else if (rest.count > 0) {
+        const auto pixel = [&](std::ptrdiff_t j)
+                               UTILS_SSE_LAMBDA { return weights.of(j)(static_cast<unsigned>(frames.first[j][rest.i])); };
+        unsigned sum = 0;
+        std::ptrdiff_t j = 0;
+        for (; j + 4 <= frames.count; j += 4)
+            sum += pixel(j) + pixel(j + 1) + pixel(j + 2) + pixel(j + 3);
+        for (; j < frames.count; ++j)
+            sum += pixel(j);
+        dst[rest.i] = static_cast<T>(tail(std::integral_constant<int, 1>(), sum, rest.i));
+    }
 }
 
 // dst[i] = body(run, sums, i) in whole blocks, as many as `run`, a Blocks<N>, loads; tail(count, sums, i) behind them. dst may equal any frame.
@@ -101,12 +151,7 @@ UTILS_SSE_INLINE void map_frame_sums(int n, unsigned char* dst, const Frames& in
     if constexpr (kFrameVectors * wide.count > 1)
         while (rest.count >= 16)
             step(Blocks<1>(), one);
-    cover_in_place<8>(
-        rest,
-        [&](auto count, std::ptrdiff_t i)
-            UTILS_SSE_LAMBDA { return tail(count, sum_pixels<count()>(in_tail, tail_weights, i), i); },
-        [=](auto count, std::ptrdiff_t i, i16 pixels)
-            UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, narrow_saturate(pixels, pixels)); });
+    cover_frame_sums<8>(rest, dst, in_tail, tail_weights, tail);
 }
 
 // Masks are unsigned 16-bit factors; whether the top bit is a sign is up to the verb that uses them.
@@ -115,11 +160,22 @@ UTILS_SSE_INLINE const short* lanes_of(const unsigned short* mask)
     return reinterpret_cast<const short*>(mask);
 }
 
+// Bits 8 .. 15.
+template <int N>
+UTILS_SSE_INLINE I16<N> upper_byte(I16<N> x)
+{
+    return shift_right_unsigned<8>(x);
+}
+UTILS_SSE_INLINE unsigned upper_byte(unsigned x)
+{
+    return x >> 8 & 255;
+}
+
 // The low 8 bits of (s * m) >> 8, whatever the full width of s.
 template <int N>
 UTILS_SSE_INLINE I16<N> divide_wrapping(I16<N> s, I16<N> m)
 {
-    return shift_right_unsigned<8>(multiply_low(s, m));
+    return upper_byte(multiply_low(s, m));
 }
 
 // The same for the `Count` pixels from i on; mask[i] belongs to pixel i.
@@ -127,6 +183,18 @@ template <int Count>
 UTILS_SSE_INLINE i16 divide_wrapping(i16 s, const short* mask, std::ptrdiff_t i)
 {
     return divide_wrapping(s, Part<i16, 2 * Count>::load(mask + i));
+}
+template <int Count>
+UTILS_SSE_INLINE unsigned divide_wrapping(unsigned s, const short* mask, std::ptrdiff_t i)
+{
+    return upper_byte(s * static_cast<unsigned short>(mask[i]));
+}
+
+// What the tails of mask averages make of a sum.
+UTILS_SSE_INLINE auto divided_by(const unsigned short* mask)
+{
+    return [m = lanes_of(mask)](auto count, auto s, std::ptrdiff_t i)
+               UTILS_SSE_LAMBDA { return divide_wrapping<count()>(s, m, i); };
 }
 
 } // namespace UTILS_SSE_TIER

@@ -23,35 +23,46 @@ struct WrappingWeights
 {
     struct Weight
     {
-        i16 w;
+        short w;
         template <int N>
         UTILS_SSE_INLINE I16<N> operator()(I16<N> pixels) const
         {
-            return shift_right_unsigned<4>(multiply_low(pixels, in_every_block<N>(w)));
+            return shift_right_unsigned<4>(multiply_low(pixels, I16<N>::broadcast(w)));
         }
     };
     const short* weights;
-    UTILS_SSE_INLINE Weight of(std::ptrdiff_t j) const { return {broadcast_short(weights[j])}; }
+    UTILS_SSE_INLINE Weight of(std::ptrdiff_t j) const { return {weights[j]}; }
 };
 
 struct FullWeights
 {
     struct Weight
     {
-        i16 w;
+        short w;
         UTILS_SSE_INLINE i16 operator()(i16 pixels) const // bits 4 .. 19 of the product
         {
-            return bit_or(shift_right_unsigned<4>(multiply_low(pixels, w)), shift_left<12>(multiply_high_unsigned(pixels, w)));
+            const i16 factors = broadcast_short(w);
+            return bit_or(shift_right_unsigned<4>(multiply_low(pixels, factors)),
+                          shift_left<12>(multiply_high_unsigned(pixels, factors)));
         }
+        UTILS_SSE_INLINE unsigned operator()(unsigned pixel) const { return pixel * static_cast<unsigned short>(w) >> 4; }
     };
     const short* weights;
-    UTILS_SSE_INLINE Weight of(std::ptrdiff_t j) const { return {broadcast_short(weights[j])}; }
+    UTILS_SSE_INLINE Weight of(std::ptrdiff_t j) const { return {weights[j]}; }
 };
 
-} // namespace
+// The tail divides by 256 once more, on purpose.
+struct UpperByte
+{
+    template <class Count, class S>
+    UTILS_SSE_INLINE S operator()(Count, S s, std::ptrdiff_t) const
+    {
+        return upper_byte(s);
+    }
+};
 
-void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount, const unsigned short* mask,
-                             int n)
+UTILS_SSE_APART void mask_average(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                  const unsigned short* mask, int n)
 {
     const Frames list{frames, frameCount};
     const short* m = lanes_of(mask);
@@ -62,12 +73,11 @@ void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* fra
             const auto factors = run.load_two(m + i);
             return narrow_saturate(divide_wrapping(s.low, factors.low), divide_wrapping(s.high, factors.high));
         },
-        list, Unweighted(),
-        [=](auto count, i16 s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_wrapping<count()>(s, m, i); });
+        list, Unweighted(), divided_by(mask));
 }
 
-void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount, const unsigned short* mask,
-                             int n, unsigned short* weights)
+UTILS_SSE_APART void weighted_mask_average(unsigned char* dst, const unsigned char* const* frames, int frameCount,
+                                           const unsigned short* mask, int n, unsigned short* weights)
 {
     const Frames list{frames, frameCount};
     const short* m = lanes_of(mask);
@@ -75,26 +85,53 @@ void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* fra
     map_frame_sums(
         n, dst, list, WrappingWeights{w},
         [=](auto run, auto s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_saturating(s, run.load_two(m + i)); }, list,
-        FullWeights{w}, // and no saturation, on purpose
-        [=](auto count, i16 s, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return divide_wrapping<count()>(s, m, i); });
+        FullWeights{w}, divided_by(mask)); // the tail does not saturate, on purpose
 }
 
-void CUtils_SSE::MaskAverageWithDifferentDivisors(unsigned char* dst, const unsigned char* const* frames, int frameCount, int n,
-                                                  unsigned short* weights)
+UTILS_SSE_APART void weighted_sum(unsigned char* dst, const unsigned char* const* frames, int frameCount, int n,
+                                  unsigned short* weights)
 {
     const Frames list{frames, frameCount};
     const short* w = lanes_of(weights);
     map_frame_sums(
         n, dst, list, WrappingWeights{w},
         [](auto, auto s, std::ptrdiff_t) UTILS_SSE_LAMBDA { return narrow_saturate(s.low, s.high); }, list, FullWeights{w},
-        // The tail divides by 256 once more, on purpose.
-        [](auto, i16 s, std::ptrdiff_t) UTILS_SSE_LAMBDA { return shift_right_unsigned<8>(s); });
+        UpperByte());
+}
+
+} // namespace
+
+void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount, const unsigned short* mask,
+                             int n)
+{
+    if (n >= 16)
+        mask_average(dst, frames, frameCount, mask, n);
+    else
+        cover_frame_sums<8>(Rest{0, n}, dst, Frames{frames, frameCount}, Unweighted(), divided_by(mask));
+}
+
+void CUtils_SSE::MaskAverage(unsigned char* dst, const unsigned char* const* frames, int frameCount, const unsigned short* mask,
+                             int n, unsigned short* weights)
+{
+    if (n >= 16)
+        weighted_mask_average(dst, frames, frameCount, mask, n, weights);
+    else
+        cover_frame_sums<8>(Rest{0, n}, dst, Frames{frames, frameCount}, FullWeights{lanes_of(weights)}, divided_by(mask));
+}
+
+void CUtils_SSE::MaskAverageWithDifferentDivisors(unsigned char* dst, const unsigned char* const* frames, int frameCount, int n,
+                                                  unsigned short* weights)
+{
+    if (n >= 16)
+        weighted_sum(dst, frames, frameCount, n, weights);
+    else
+        cover_frame_sums<8>(Rest{0, n}, dst, Frames{frames, frameCount}, FullWeights{lanes_of(weights)}, UpperByte());
 }
 
 void CUtils_SSE::ApplyDivisorMask(unsigned char* dst, const unsigned char* src, const unsigned short* mask, int n)
 {
     const short* m = lanes_of(mask);
-    const Rest rest = map_blocks<16, 4>(
+    map_with_tail<16, 4>(
         n,
         [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const auto pixels = run.load(src + i);
@@ -107,12 +144,14 @@ void CUtils_SSE::ApplyDivisorMask(unsigned char* dst, const unsigned char* src, 
                                        multiply_high_unsigned(widen_high_to_top(pixels), m_high)),
                        saturated));
         },
-        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(src), ahead<1024>(m));
-    // The tail keeps the low 8 bits and reads the factor as unsigned, on purpose.
-    cover_in_place<8>(
-        rest,
-        [=](auto count, std::ptrdiff_t i)
-            UTILS_SSE_LAMBDA { return divide_wrapping<count()>(widen_low(Part<u8, count()>::load(src + i)), m, i); },
-        [=](auto count, std::ptrdiff_t i, i16 pixels)
-            UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, narrow_saturate(pixels, pixels)); });
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); },
+        // The tail keeps the low 8 bits and reads the factor as unsigned, on purpose.
+        [=](Rest rest) UTILS_SSE_LAMBDA {
+            cover_in_place<8>(
+                rest,
+                [=](auto count, std::ptrdiff_t i)
+                    UTILS_SSE_LAMBDA { return divide_wrapping<count()>(load_lanes<count()>(src + i), m, i); },
+                [=](auto count, std::ptrdiff_t i, i16 pixels) UTILS_SSE_LAMBDA { store_lanes<count()>(dst + i, pixels); });
+        },
+        ahead<1024>(src), ahead<1024>(m));
 }

@@ -44,9 +44,7 @@ UTILS_SSE_INLINE void average_vectors(Blocks<N> run, short* dst, const Samples& 
     });
 }
 
-} // namespace
-
-void CUtils_SSE::MaskAverage(short* dst, const short* const* frames, int frameCount, const unsigned short* mask, int n)
+UTILS_SSE_APART void mask_average(short* dst, const short* const* frames, int frameCount, const unsigned short* mask, int n)
 {
     const Samples list{frames, frameCount};
     const short* m = lanes_of(mask);
@@ -66,14 +64,16 @@ void CUtils_SSE::MaskAverage(short* dst, const short* const* frames, int frameCo
     if constexpr (kSampleVectors * wide.count > 1)
         while (rest.count >= 8)
             step(Blocks<1>(), one);
-    // The tail gives bytes, and each element has its own factor, on purpose.
-    cover_in_place<4>(
-        rest,
-        [&](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            i16 sum = zero<i16>();
-            list.for_each([&](const short* frame, std::ptrdiff_t)
-                              UTILS_SSE_LAMBDA { sum = add_wrap(sum, Part<i16, 2 * count()>::load(frame + i)); });
-            return divide_wrapping<count()>(sum, m, i);
-        },
-        [=](auto count, std::ptrdiff_t i, i16 samples) UTILS_SSE_LAMBDA { Part<i16, 2 * count()>::store(dst + i, samples); });
+    cover_frame_sums<4>(rest, dst, list, Unweighted(), divided_by(mask));
+}
+
+} // namespace
+
+// The tail gives bytes, and each element has its own factor, on purpose.
+void CUtils_SSE::MaskAverage(short* dst, const short* const* frames, int frameCount, const unsigned short* mask, int n)
+{
+    if (n >= 8)
+        mask_average(dst, frames, frameCount, mask, n);
+    else
+        cover_frame_sums<4>(Rest{0, n}, dst, Samples{frames, frameCount}, Unweighted(), divided_by(mask));
 }

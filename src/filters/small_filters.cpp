@@ -48,34 +48,54 @@ constexpr std::ptrdiff_t round_up_to_16(std::ptrdiff_t x)
     return (x + 15) & ~std::ptrdiff_t{15};
 }
 
+// A call of memset costs more than these.
+UTILS_SSE_INLINE void blacken(unsigned char* row, int width)
+{
+    if (width <= 32)
+        cover<16>(Rest{0, width},
+                  [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA { Part<u8, count()>::store(row + i, zero<u8>()); });
+    else
+        std::memset(row, 0, static_cast<std::size_t>(width));
+}
+
 } // namespace
 
 void CUtils_SSE::Filter2x2(unsigned char* dst, const unsigned char* src, int width, int height)
 {
     if (width <= 0 || height <= 0)
         return;
+    if (width == 1) { // there is but the last column
+        blacken(dst, height);
+        return;
+    }
     const std::ptrdiff_t w = width;
     // Rows follow each other without a gap, so several are filtered as one run; what that makes of the last column, where it
     // meets the next row, is replaced. Stretches of rows are still in L1 then.
-    const std::ptrdiff_t stretch = std::max<std::ptrdiff_t>(4096 / w, 1);
-    for (std::ptrdiff_t row = 0; row < height - 1; row += stretch) {
-        const std::ptrdiff_t rows = std::min(stretch, height - 1 - row);
+    constexpr int most = 4096; // pixels
+    const std::ptrdiff_t last = height - std::ptrdiff_t{1};
+    const std::ptrdiff_t stretch = w * last <= most ? last : std::max(most / width, 1); // short calls need not divide
+    for (std::ptrdiff_t row = 0; row < last; row += stretch) {
+        const std::ptrdiff_t rows = std::min(stretch, last - row);
         const unsigned char* in = src + row * w;
         unsigned char* out = dst + row * w;
         const auto box = [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const unsigned char* p = in + i;
             return in_order(mean_down(part.load(p), part.load(p + 1), part.load(p + w), part.load(p + w + 1)));
         };
-        const Rest rest = map_blocks<16, 4>(
+        const auto few = [=](int count) UTILS_SSE_LAMBDA {
+            cover<8>(Rest{0, count}, [=](auto part, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                using Pixels = Part<u8, part()>;
+                Pixels::store(out + i, box(Pixels(), i));
+            });
+        };
+        map_to_the_end<16, 4>(
             static_cast<int>(rows * w - 1), box,
-            [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(out + i, pixels); }, ahead<1024>(in),
+            [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(out + i, pixels); }, few, ahead<1024>(in),
             ahead<1024>(in + w));
-        cover<8>(rest, [=](auto count, std::ptrdiff_t i)
-                           UTILS_SSE_LAMBDA { Part<u8, count()>::store(out + i, box(Part<u8, count()>(), i)); });
         for (std::ptrdiff_t r = 1; r <= rows; ++r)
             out[r * w - 1] = 0;
     }
-    std::memset(dst + (height - 1) * w, 0, static_cast<std::size_t>(w));
+    blacken(dst + last * w, width);
 }
 
 void CUtils_SSE::TransposeImage(unsigned char* image, int width, int height, unsigned char* staging, unsigned char* result)

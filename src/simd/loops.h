@@ -251,7 +251,7 @@ UTILS_SSE_INLINE void read_group(std::ptrdiff_t i, const Body& body, std::intege
     (body(i + B * Block), ...);
 }
 
-// body(i) reads the Block elements from i on and keeps what it makes of them, in order.
+// body(i) reads the Block elements, a power of two, from i on and keeps what it makes of them, in order.
 template <int Block, int Group, class Body, class... Streams>
 UTILS_SSE_INLINE Rest read_blocks(int n, const Body& body, Streams... streams)
 {
@@ -265,7 +265,9 @@ UTILS_SSE_INLINE Rest read_blocks(int n, const Body& body, Streams... streams)
         } while (rest.count >= Group * Block);
     for (; rest.count >= Block; rest.count -= Block, rest.i += Block)
         body(rest.i);
-    return rest;
+    if (n < 0)
+        return {0, 0};
+    return {n & -Block, n & (Block - 1)}; // compilers know less of what the loops count
 }
 
 template <class Tail>
@@ -277,6 +279,20 @@ UTILS_SSE_INLINE void for_up_to_three(Rest rest, const Tail& tail)
             tail(rest.i + 1);
             if (rest.count > 2)
                 tail(rest.i + 2);
+        }
+    }
+}
+
+// one(0), one(1), one(2) for calls of at most three elements; a single one runs straight through.
+template <class One>
+UTILS_SSE_INLINE void for_few(int n, const One& one)
+{
+    if (n > 0) {
+        one(0);
+        if (UTILS_SSE_OUT_OF_LINE(n > 1)) {
+            one(1);
+            if (n > 2)
+                one(2);
         }
     }
 }
@@ -450,11 +466,17 @@ UTILS_SSE_INLINE void map_products(int n, const short* x, const short* a, const 
 template <class Term, class... Streams>
 UTILS_SSE_INLINE float sum_in_lanes(int n, const Term& term, Streams... streams)
 {
-    f32 lanes = broadcast<f32>(0.0f);
-    const Rest rest = read_blocks<4, 4>(
-        n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { lanes = lanes + term(f32(), i); }, streams...);
-    float sum = fold(lanes);
-    for_up_to_three(rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + term(float(), i); });
+    float sum = 0.0f;
+    const auto one = [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + term(float(), i); };
+    if (UTILS_SSE_OUT_OF_LINE(n >= 4)) {
+        f32 lanes = broadcast<f32>(0.0f);
+        const Rest rest = read_blocks<4, 4>(
+            n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { lanes = lanes + term(f32(), i); }, streams...);
+        sum = fold(lanes);
+        for_up_to_three(rest, one);
+        return sum;
+    }
+    for_few(n, one); // empty lanes fold to 0
     return sum;
 }
 
