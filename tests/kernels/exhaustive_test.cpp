@@ -103,6 +103,23 @@ TEST(Exhaustive, PhasesOfAllKindsOfFloats)
         }
 }
 
+// The logarithm, where the kernel has its own and where it asks the C library.
+TEST(Exhaustive, PowersInDecibels)
+{
+    for (const float value : floats_of_all_kinds())
+        for (const int n : {2, 8}) {
+            alignas(16) const float I[8] = {value};
+            alignas(16) const float Q[8] = {};
+            float found[4][4] = {};
+            float expected[4][4] = {};
+            CUtils_SSE::AutoCorrelateSSE(n, I, Q, found[0], found[1], found[2], found[3]);
+            Plain::AutoCorrelateSSE(n, I, Q, expected[0], expected[1], expected[2], expected[3]);
+            const bool both_nan = found[1][0] != found[1][0] && expected[1][0] != expected[1][0];
+            ASSERT_TRUE(both_nan || found[1][0] == expected[1][0])
+                << n << " firings of which one is " << value << ": " << found[1][0] << " dB, not " << expected[1][0];
+        }
+}
+
 constexpr int kSamples = 65536;
 
 // check(rf, table, entry) with every sample and 16-byte aligned tables of one entry.
