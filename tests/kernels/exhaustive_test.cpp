@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -103,10 +104,14 @@ TEST(Exhaustive, PhasesOfAllKindsOfFloats)
         }
 }
 
-// The logarithm, where the kernel has its own and where it asks the C library.
+// The logarithm, where the kernel has its own and where it asks the C library: next to the middle between two floats its own
+// would be rounded to the other one.
 TEST(Exhaustive, PowersInDecibels)
 {
-    for (const float value : floats_of_all_kinds())
+    std::vector<float> values = floats_of_all_kinds();
+    for (const double middle : {0x1.00e1bp+0, 0x1.01c7d4p+0, 0x1.01e376p+0, 0x1.021b42p+0, 0x1.161e44p+0})
+        values.push_back(static_cast<float>(std::sqrt(2 * (middle - 1))));
+    for (const float value : values)
         for (const int n : {2, 8}) {
             alignas(16) const float I[8] = {value};
             alignas(16) const float Q[8] = {};
