@@ -160,6 +160,22 @@ void add_pictures(std::vector<Case>& cases)
     add_picture<float>(cases, "MedianFilter2DWin5 (floats)", Floats(CUtils_SSE::MedianFilter2DWin5));
 }
 
+// The buffers' rows lie 1024 and 512 bytes apart: of 32 and of 64 rows, and a line between the buffers, all stay in L1.
+void add_transposition(std::vector<Case>& cases)
+{
+    struct alignas(64) Line
+    {
+        unsigned char byte[64];
+    };
+    constexpr int width = 64, height = 32;
+    cases.push_back({"TransposeImage, 64 x 32", double{width} * height,
+                     [image = noise<unsigned char>(width * height, 127, 100), staging = std::vector<Line>(height * 1024 / 64),
+                      result = std::vector<Line>(1 + width * 512 / 64)]() mutable {
+                         CUtils_SSE::TransposeImage(image.data(), width, height, staging[0].byte, result[1].byte);
+                         benchmark::DoNotOptimize(result.data());
+                     }});
+}
+
 // A block of 33 x 32 pixels and 121 candidates (or one) in an image of 64 x 64.
 void add_searches(std::vector<Case>& cases)
 {
@@ -271,6 +287,7 @@ int main(int argc, char** argv)
     std::vector<Case> cases;
     add_general(cases);
     add_pictures(cases);
+    add_transposition(cases);
     add_ensembles(cases);
     add_short_calls(cases);
     add_searches(cases);

@@ -26,7 +26,7 @@ from itertools import combinations
 KERNELS = re.compile(
     r"E\w*?Detect|FilterTheEnvelop|Envelope|SumFloats|FDotProduct|DotProduct|ColorLowPass|SumAbsDiff|SumProduct|"
     r"Normalized|Correlation$|CorrelationF$|Centroid|MaskAverage|Filter2x2|MedianFilter|ExtremumFilter|MaxAbsoluteValue|Upsample|"
-    r"InterpRFHarm|AutoCorrelate|IIRPerform|MixingClutter|ATan2|FFTmagnitude|Distance|FineCorrelation|RoughCorrelation")
+    r"InterpRFHarm|AutoCorrelate|IIRPerform|MixingClutter|ATan2|FFTmagnitude|Transpose|Distance|FineCorrelation|RoughCorrelation")
 
 # --- the core: Golden Cove and its Xeons, 128-bit instructions ---
 # Micro-operations and the ports that execute them; measured instruction by instruction, alone and mixed.

@@ -1,13 +1,17 @@
-// A colour frame: 100,000 pixels with an ensemble each.
+// A colour frame: 100,000 pixels with an ensemble each. Spectra of lines.
 #include "tasks.h"
 
 #include "utils_sse.h"
 
 #include <cmath>
 #include <complex>
+#include <type_traits>
 
 #if UTILS_SSE_BENCH_EIGEN
 #include <Eigen/Core>
+#endif
+#if UTILS_SSE_BENCH_FFTW
+#include <fftw3.h>
 #endif
 #if UTILS_SSE_BENCH_VOLK
 #include <volk/volk.h>
@@ -222,6 +226,60 @@ Contender mix_with_volk(int n)
 }
 #endif
 
+// --- spectra ---
+
+constexpr std::size_t kLines = 1000;
+
+Array<float> lines_of(std::size_t n)
+{
+    Noise noise;
+    const Array<float> lines(kLines * n);
+    for (float& sample : lines)
+        sample = static_cast<float>(1000 * noise());
+    return lines;
+}
+
+Contender magnitudes(const Maker& maker, const Array<float>& in, int n)
+{
+    const auto function = maker.function("FFTmagnitude", &CUtils_SSE::FFTmagnitude);
+    const std::shared_ptr<float> table(CUtils_SSE::CreateFFTCoeffs(n), CUtils_SSE::aligned_free);
+    const Array<float> out(in.size());
+    const Array<float> largest(kLines);
+    return {maker.name,
+            [=] {
+                for (std::size_t l = 0; l < kLines; ++l) {
+                    const std::size_t at = l * static_cast<std::size_t>(n);
+                    largest[l] = function(out.data() + at, in.data() + at, table.get(), n);
+                }
+            },
+            [=] {
+                std::vector<double> all = out.numbers();
+                all.insert(all.end(), largest.begin(), largest.end());
+                return all;
+            }};
+}
+
+#if UTILS_SSE_BENCH_FFTW
+// Another transform and less of it: the bins 0 .. n / 2 of the discrete Fourier transform, complex; magnitudes, the other half
+// and the largest are left to do.
+Contender transform_with_fftw(const Array<float>& in, int n)
+{
+    const auto bins = static_cast<std::size_t>(n / 2 + 1);
+    const std::size_t pitch = (bins + 7) / 8 * 8; // of lines that start at multiples of 64 bytes, as the plan's do
+    const Array<float> out(2 * pitch * kLines);
+    const auto to = [out, pitch](std::size_t l) { return reinterpret_cast<fftwf_complex*>(out.data() + 2 * pitch * l); };
+    const Array<float> scratch(static_cast<std::size_t>(n)); // planning writes
+    const std::shared_ptr<std::remove_pointer_t<fftwf_plan>> plan(fftwf_plan_dft_r2c_1d(n, scratch.data(), to(0), FFTW_MEASURE),
+                                                                  fftwf_destroy_plan);
+    return {"(FFTW, complex bins)",
+            [=] {
+                for (std::size_t l = 0; l < kLines; ++l)
+                    fftwf_execute_dft_r2c(plan.get(), in.data() + l * static_cast<std::size_t>(n), to(l));
+            },
+            nullptr};
+}
+#endif
+
 } // namespace
 
 void add_doppler_tasks(std::vector<Task>& tasks)
@@ -252,6 +310,16 @@ void add_doppler_tasks(std::vector<Task>& tasks)
                 clutter.contenders.push_back(n == 8 ? filter_with_eigen<8>(in, at_once) : filter_with_eigen<12>(in, at_once));
 #endif
         tasks.insert(tasks.end(), {correlation, clutter, mixing});
+    }
+    for (const int n : {16, 64, 256}) {
+        const Array<float> in = lines_of(static_cast<std::size_t>(n));
+        Task spectra{"Magnitudes, 1,000 lines of " + std::to_string(n), "line", static_cast<double>(kLines), 0, {}};
+        for (const Maker& maker : makers())
+            spectra.contenders.push_back(magnitudes(maker, in, n));
+#if UTILS_SSE_BENCH_FFTW
+        spectra.contenders.push_back(transform_with_fftw(in, n));
+#endif
+        tasks.push_back(spectra);
     }
 }
 

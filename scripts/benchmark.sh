@@ -7,8 +7,8 @@
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
 
-scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang libopencv-dev libopenblas0-pthread valgrind binutils python3 python3-numpy \
-    python3-scipy
+scripts/install-packages.sh "${tool_packages[@]}" libbenchmark-dev clang libopencv-dev libopenblas0-pthread libfftw3-dev valgrind binutils python3 \
+    python3-numpy python3-scipy
 configure_and_build release -DUTILS_SSE_BUILD_TESTS=OFF -DUTILS_SSE_BUILD_BENCHMARKS=ON
 measure() { # name of the result, program, further options
     "build/release/bench/$2" --benchmark_enable_random_interleaving=true --benchmark_out="build/release/bench/$1.json" \

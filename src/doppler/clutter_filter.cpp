@@ -96,28 +96,26 @@ struct Rows
     // Four columns of 4 * Fours rows, n apart.
     UTILS_SSE_INLINE void add_columns(const float* matrix, std::ptrdiff_t n, const float* inI, const float* inQ)
     {
-        f32 columns[Fours][4];
+        f32 x[4], y[4];
+        repeat<4>([&](auto column) UTILS_SSE_LAMBDA {
+            x[column] = broadcast<f32>(inI[column]);
+            y[column] = broadcast<f32>(inQ[column]);
+        });
         repeat<Fours>([&](auto four) UTILS_SSE_LAMBDA {
             const float* const first = matrix + 4 * four * n;
             const f32 a = simd::load<f32>(first);
             const f32 b = simd::load<f32>(first + n);
             const f32 c = simd::load<f32>(first + 2 * n);
             const f32 d = simd::load<f32>(first + 3 * n);
-            const f32 lowAC = interleave_low(a, c);
-            const f32 lowBD = interleave_low(b, d);
-            const f32 highAC = interleave_high(a, c);
-            const f32 highBD = interleave_high(b, d);
-            columns[four][0] = interleave_low(lowAC, lowBD);
-            columns[four][1] = interleave_high(lowAC, lowBD);
-            columns[four][2] = interleave_low(highAC, highBD);
-            columns[four][3] = interleave_high(highAC, highBD);
-        });
-        repeat<4>([&](auto column) UTILS_SSE_LAMBDA {
-            const f32 x = broadcast<f32>(inI[column]);
-            const f32 y = broadcast<f32>(inQ[column]);
-            repeat<Fours>([&](auto four) UTILS_SSE_LAMBDA {
-                I[four] = I[four] + columns[four][column] * x;
-                Q[four] = Q[four] + columns[four][column] * y;
+            const f32 evenAB = even_lanes(a, b); // a0 a2 b0 b2
+            const f32 oddAB = odd_lanes(a, b);
+            const f32 evenCD = even_lanes(c, d);
+            const f32 oddCD = odd_lanes(c, d);
+            const f32 columns[] = {even_lanes(evenAB, evenCD), even_lanes(oddAB, oddCD), odd_lanes(evenAB, evenCD),
+                                   odd_lanes(oddAB, oddCD)};
+            repeat<4>([&](auto column) UTILS_SSE_LAMBDA {
+                I[four] = I[four] + columns[column] * x[column];
+                Q[four] = Q[four] + columns[column] * y[column];
             });
         });
     }
@@ -142,15 +140,22 @@ UTILS_SSE_INLINE void filter_rows(int n, const float* inI, const float* inQ, flo
         }
 }
 
+// As many rows at a time as registers hold sums of; returns the first row that is left.
+template <int Fours>
+UTILS_SSE_INLINE std::ptrdiff_t filter_whole_fours(std::ptrdiff_t r, int n, const float* inI, const float* inQ, float* outI,
+                                                   float* outQ, const float* matrix)
+{
+    for (; r + 4 * Fours <= n; r += 4 * Fours)
+        filter_rows<Fours>(n, inI, inQ, outI + r, outQ + r, matrix + r * n);
+    if constexpr (Fours > 1)
+        r = filter_whole_fours<Fours / 2>(r, n, inI, inQ, outI, outQ, matrix);
+    return r;
+}
+
 UTILS_SSE_APART void filter_any(int n, const float* inI, const float* inQ, float* outI, float* outQ, const float* matrix)
 {
-    constexpr int fours = sizeof(void*) == 8 ? 2 : 1; // registers
-    std::ptrdiff_t r = 0;
-    for (; r + 4 * fours <= n; r += 4 * fours)
-        filter_rows<fours>(n, inI, inQ, outI + r, outQ + r, matrix + r * n);
-    if constexpr (fours > 1)
-        for (; r + 4 <= n; r += 4)
-            filter_rows<1>(n, inI, inQ, outI + r, outQ + r, matrix + r * n);
+    constexpr int fours = sizeof(void*) == 8 ? 4 : 1;
+    std::ptrdiff_t r = filter_whole_fours<fours>(0, n, inI, inQ, outI, outQ, matrix);
     for (; r < n; ++r) {
         float sumI = 0.0f;
         float sumQ = 0.0f;

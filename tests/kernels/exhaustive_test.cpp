@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -100,6 +101,27 @@ TEST(Exhaustive, PhasesOfAllKindsOfFloats)
                 if (HasFatalFailure())
                     return;
             }
+        }
+}
+
+// The logarithm, where the kernel has its own and where it asks the C library: next to the middle between two floats its own
+// would be rounded to the other one.
+TEST(Exhaustive, PowersInDecibels)
+{
+    std::vector<float> values = floats_of_all_kinds();
+    for (const double middle : {0x1.00e1bp+0, 0x1.01c7d4p+0, 0x1.01e376p+0, 0x1.021b42p+0, 0x1.161e44p+0})
+        values.push_back(static_cast<float>(std::sqrt(2 * (middle - 1))));
+    for (const float value : values)
+        for (const int n : {2, 8}) {
+            alignas(16) const float I[8] = {value};
+            alignas(16) const float Q[8] = {};
+            float found[4][4] = {};
+            float expected[4][4] = {};
+            CUtils_SSE::AutoCorrelateSSE(n, I, Q, found[0], found[1], found[2], found[3]);
+            Plain::AutoCorrelateSSE(n, I, Q, expected[0], expected[1], expected[2], expected[3]);
+            const bool both_nan = found[1][0] != found[1][0] && expected[1][0] != expected[1][0];
+            ASSERT_TRUE(both_nan || found[1][0] == expected[1][0])
+                << n << " firings of which one is " << value << ": " << found[1][0] << " dB, not " << expected[1][0];
         }
 }
 
