@@ -128,12 +128,9 @@ UTILS_SSE_INLINE void map_run(std::ptrdiff_t i, const Compute& compute, const Pu
         constexpr FewPixels<Pixels> run;
         put(run, i, compute(run, i));
     } else {
-        constexpr int blocks = Pixels / 16;
-        constexpr int wide = blocks < UTILS_SSE_MOST_BLOCKS ? blocks : UTILS_SSE_MOST_BLOCKS;
-        map_group<16, wide>(
-            i, [&](auto wanted, std::ptrdiff_t k) UTILS_SSE_LAMBDA { return compute(Run<wanted.count>(), k); },
-            [&](std::ptrdiff_t k, const auto& result) UTILS_SSE_LAMBDA { put(run_of(result), k, result); },
-            std::make_integer_sequence<int, blocks / wide>());
+        compute_group<16, Pixels / 16>(i, [&](auto wanted, std::ptrdiff_t k) UTILS_SSE_LAMBDA {
+            return compute(Run<wanted.count>(), k);
+        }).put(i, [&](std::ptrdiff_t k, const auto& result) UTILS_SSE_LAMBDA { put(run_of(result), k, result); });
     }
 }
 
