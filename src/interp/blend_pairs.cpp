@@ -9,18 +9,32 @@ using namespace simd;
 
 namespace {
 
+constexpr float kCounted[] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15,
+                              16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31};
+
+// j of N blocks, given that of the first.
+template <int N>
+UTILS_SSE_INLINE F32x2<N> counted_from(f32x2 first)
+{
+    if constexpr (N == 1)
+        return first;
+    else
+        return F32x2<N>::broadcast(lane<0>(first.low)) + F32x2<N>::load(kCounted);
+}
+
 template <class V>
 struct Blended
 {
     V rf, flags;
 };
 
-// Whole blocks of one line, in their order: weigh(x) is the second firing as it enters the sum. Widest: see map_blocks().
-template <int Line, int Widest, class Weigh>
+// Whole blocks of one line, in their order: weigh(x) is the second firing as it enters the sum. All parts of a line compute
+// as many blocks side by side: behind 512-bit instructions narrower ones find a port less.
+template <int Line, class Weigh>
 UTILS_SSE_INLINE void blend(const short* first, const short* second, short* out, short* clip, std::ptrdiff_t from,
                             std::ptrdiff_t to, const Weigh& weigh)
 {
-    map_blocks<8, Line, Widest>(
+    map_blocks<8, Line>(
         static_cast<int>(to - from),
         [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
             const auto y = run.load(first + from + i);
@@ -57,23 +71,22 @@ void CUtils_SSE::BlendTwoRF2D(const short* rf, short* out, short* clip, int line
     const std::ptrdiff_t ramp_to = sample(far_off);
 
     const float reduction = static_cast<float>(percent);
-    const f32x2 one = broadcast_twice(1.0f);
     const float keep = 1.0f - reduction / 100.0f;
-    const f32x2 slope = broadcast_twice(ramp < far_off ? reduction / static_cast<float>(8 * (far_off - ramp)) / 100.0f : 0.0f);
-    const f32x2 eight = broadcast_twice(8.0f);
-    const float counted[8] = {0, 1, 2, 3, 4, 5, 6, 7};
+    const float slope = ramp < far_off ? reduction / static_cast<float>(8 * (far_off - ramp)) / 100.0f : 0.0f;
 
     for (int line = 0; line < lines; ++line, rf += 2 * static_cast<std::ptrdiff_t>(n), out += n, clip += n) {
         const short* first = rf;
         const short* second = rf + n;
-        blend<4, 4>(first, second, out, clip, 0, ramp_from, [](auto x) UTILS_SSE_LAMBDA { return x; });
-        f32x2 j = load<f32x2>(counted); // exact up to 2^24
-        blend<2, 1>(first, second, out, clip, ramp_from, ramp_to, [&](i16 x) UTILS_SSE_LAMBDA {
-            const f32x2 weight = one - j * slope;
-            j = j + eight;
-            return round_to_short(weight * to_float(widen(x)));
+        blend<4>(first, second, out, clip, 0, ramp_from, [](auto x) UTILS_SSE_LAMBDA { return x; });
+        f32x2 j = f32x2::load(kCounted); // of the next block
+        blend<2>(first, second, out, clip, ramp_from, ramp_to, [&](auto x) UTILS_SSE_LAMBDA {
+            const auto values = to_float(widen(x));
+            using Values = std::remove_const_t<decltype(values)>;
+            const Values weight = Values::broadcast(1.0f) - counted_from<x.blocks>(j) * Values::broadcast(slope);
+            j = j + broadcast_twice(8.0f * x.blocks);
+            return round_to_short(weight * values);
         });
-        blend<2, 4>(first, second, out, clip, ramp_to, sample(blocks), [=](auto x) UTILS_SSE_LAMBDA {
+        blend<2>(first, second, out, clip, ramp_to, sample(blocks), [=](auto x) UTILS_SSE_LAMBDA {
             const auto values = to_float(widen(x));
             return round_to_short(values * decltype(values)::broadcast(keep));
         });
