@@ -3,33 +3,35 @@
 #include "simd/loops.h"
 #include "utils_sse.h"
 
-#include <cstring>
-
 using namespace simd;
 
 namespace {
 
 constexpr int kGroup = sizeof(void*) == 8 ? 4 : 1; // blocks at a time; 32-bit code has registers for one
 
-// One block of a pass: the sum of its pair, that of the next pair, and the clip mask of its pair.
+// Columns of a pass: the sum of its pair, that of the next pair, and the clip mask of its pair.
+template <class V>
 struct Sums
 {
-    i16 now, next, flags;
+    V now, next, flags;
 };
 
-UTILS_SSE_INLINE Sums saturated_sums(const short* pair, std::ptrdiff_t n)
+template <class V>
+UTILS_SSE_INLINE Sums<V> saturated_sums(const short* pair, std::ptrdiff_t n)
 {
-    const i16 a = load<i16>(pair);
-    const i16 b = load<i16>(pair + n);
-    return {add_saturate(a, b), add_saturate(load<i16>(pair + 2 * n), load<i16>(pair + 3 * n)), clip_flags(a, b)};
+    const V a = V::load(pair);
+    const V b = V::load(pair + n);
+    return {add_saturate(a, b), add_saturate(V::load(pair + 2 * n), V::load(pair + 3 * n)), clip_flags(a, b)};
 }
 
 // Lines between x and y, at a half and at both quarters of the way, rounded towards minus infinity.
-UTILS_SSE_INLINE i16 half(i16 x, i16 y)
+template <class V>
+UTILS_SSE_INLINE V half(V x, V y)
 {
     return average_down(x, y);
 }
-UTILS_SSE_INLINE i16 quarter(i16 x, i16 y)
+template <class V>
+UTILS_SSE_INLINE V quarter(V x, V y)
 {
     return average_down(x, average_down(x, y)); // (3x + y) >> 2: rounding down twice is rounding down once
 }
@@ -38,26 +40,30 @@ UTILS_SSE_INLINE i16 quarter(i16 x, i16 y)
 template <int Lines, int Blocks>
 UTILS_SSE_INLINE void interpolate_blocks(short* dst, short* clip, const short* pair, std::ptrdiff_t n)
 {
-    Sums sums[Blocks];
-    repeat<Blocks>([&](auto b) UTILS_SSE_LAMBDA { sums[b] = saturated_sums(pair + b * 8, n); });
+    constexpr int wide = Blocks < UTILS_SSE_MOST_BLOCKS ? Blocks : UTILS_SSE_MOST_BLOCKS;
+    using Vector = I16<wide>;
+    Sums<Vector> sums[Blocks / wide];
+    repeat<Blocks / wide>([&](auto v) UTILS_SSE_LAMBDA { sums[v] = saturated_sums<Vector>(pair + v * wide * 8, n); });
     const auto fill = [&](short* line, const auto& result) UTILS_SSE_LAMBDA {
-        repeat<Blocks>([&](auto b) UTILS_SSE_LAMBDA { store(line + b * 8, result(sums[b])); });
+        repeat<Blocks / wide>([&](auto v) UTILS_SSE_LAMBDA { store(line + v * wide * 8, result(sums[v])); });
     };
-    fill(clip, [](const Sums& s) UTILS_SSE_LAMBDA { return s.flags; });
-    fill(dst, [](const Sums& s) UTILS_SSE_LAMBDA { return s.now; });
+    fill(clip, [](const auto& s) UTILS_SSE_LAMBDA { return s.flags; });
+    fill(dst, [](const auto& s) UTILS_SSE_LAMBDA { return s.now; });
     if constexpr (Lines == 2) {
-        fill(dst + n, [](const Sums& s) UTILS_SSE_LAMBDA { return half(s.now, s.next); });
+        fill(dst + n, [](const auto& s) UTILS_SSE_LAMBDA { return half(s.now, s.next); });
     } else {
-        fill(dst + n, [](const Sums& s) UTILS_SSE_LAMBDA { return quarter(s.now, s.next); });
-        fill(dst + 2 * n, [](const Sums& s) UTILS_SSE_LAMBDA { return half(s.now, s.next); });
-        fill(dst + 3 * n, [](const Sums& s) UTILS_SSE_LAMBDA { return quarter(s.next, s.now); });
+        fill(dst + n, [](const auto& s) UTILS_SSE_LAMBDA { return quarter(s.now, s.next); });
+        fill(dst + 2 * n, [](const auto& s) UTILS_SSE_LAMBDA { return half(s.now, s.next); });
+        fill(dst + 3 * n, [](const auto& s) UTILS_SSE_LAMBDA { return quarter(s.next, s.now); });
+        for (int line = 1; line < 4; ++line)
+            fill(clip + line * n, [](const auto& s) UTILS_SSE_LAMBDA { return s.flags; });
     }
 }
 
 // Up to four columns of the tail. On purpose it differs from the body: sums wrap, four lines interpolate between the two
-// firings of the pair instead of between sums, and no clip flag is written.
+// firings of the pair instead of between sums, and no clip flag is computed: four lines share what is found in the mask.
 template <int Lines, class Columns>
-UTILS_SSE_INLINE void interpolate_tail(Columns, short* dst, const short* pair, std::ptrdiff_t n)
+UTILS_SSE_INLINE void interpolate_tail(Columns, short* dst, short* clip, const short* pair, std::ptrdiff_t n)
 {
     const i16 a = Columns::load(pair);
     const i16 b = Columns::load(pair + n);
@@ -72,6 +78,9 @@ UTILS_SSE_INLINE void interpolate_tail(Columns, short* dst, const short* pair, s
         Columns::store(dst + n, quarter(a, b));
         Columns::store(dst + 2 * n, half(a, b));
         Columns::store(dst + 3 * n, quarter(b, a));
+        const i16 flags = Columns::load(clip);
+        for (int line = 1; line < 4; ++line)
+            Columns::store(clip + line * n, flags);
     }
 }
 
@@ -93,12 +102,9 @@ UTILS_SSE_INLINE void interpolate_pairs(short* dst, const short* src, short* cli
         if constexpr (kGroup > 1)
             while (rest.count >= 8)
                 step(std::integral_constant<int, 1>());
-        cover<4>(rest, [=](auto count, std::ptrdiff_t i)
-                           UTILS_SSE_LAMBDA { interpolate_tail<Lines>(Part<i16, 2 * count()>(), dst + i, src + i, stride); });
-        // Four lines share one mask, the columns of the tail included, which nobody has written.
-        if constexpr (Lines == 4)
-            for (int line = 1; line < 4; ++line)
-                std::memcpy(clip + line * stride, clip, static_cast<std::size_t>(n) * sizeof *clip);
+        cover<4>(rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            interpolate_tail<Lines>(Part<i16, 2 * count()>(), dst + i, clip + i, src + i, stride);
+        });
     }
 }
 
