@@ -52,25 +52,28 @@ void CUtils_SSE::ATan2Bound(int, float* y, float* x, float bound, float* phase, 
 
 float CUtils_SSE::ColorLowPass(const short* samples, const float* taps, int n)
 {
-    f32 lanes = zero<f32>();
-    const Rest rest = read_blocks<8, 2>(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-        const f32x2 products = unsigned_to_float(load<i16>(samples + i)) * load<f32x2>(taps + i);
-        lanes = lanes + products.low + products.high;
-    });
-    float sum = fold(lanes);
-    if (rest.count == 0)
-        return sum;
-
-    // The tail starts in the middle of the blocks: their second half counts twice, now with its sign.
-    const Rest tail{rest.i / 2, n - static_cast<int>(rest.i / 2)};
-    const auto add = [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(samples[i]) * taps[i]; };
-    for_rest(
-        tail,
-        [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            const f32 products = to_float(widen(load_four(samples + i)).low) * load<f32>(taps + i);
+    float sum = 0;
+    Rest tail{0, n};
+    if (UTILS_SSE_OUT_OF_LINE(n >= 8)) {
+        f32 lanes = zero<f32>();
+        const Rest rest = read_blocks<8, 2>(n, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const f32x2 products = unsigned_to_float(load<i16>(samples + i)) * load<f32x2>(taps + i);
+            lanes = lanes + products.low + products.high;
+        });
+        sum = fold(lanes);
+        if (rest.count == 0)
+            return sum;
+        // The tail starts in the middle of the blocks: their second half counts twice, now with its sign.
+        tail = {rest.i / 2, n - static_cast<int>(rest.i / 2)};
+    }
+    if (UTILS_SSE_OUT_OF_LINE(tail.count >= 4))
+        do {
+            const f32 products = to_float(widen(load_four(samples + tail.i)).low) * load<f32>(taps + tail.i);
             repeat<4>([&](auto k) UTILS_SSE_LAMBDA { sum = sum + lane<k()>(products); });
-        },
-        add);
+            tail.i += 4;
+            tail.count -= 4;
+        } while (tail.count >= 4);
+    for_up_to_three(tail, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { sum = sum + to_float(samples[i]) * taps[i]; });
     return sum;
 }
 

@@ -21,6 +21,29 @@ UTILS_SSE_INLINE Mixed<Vector, 1 + sizeof...(More)> mixed(Vector first, More... 
     return {{first, more...}};
 }
 
+// All lines but the last, without their tails. A function of its own with the very parameters of its caller, which jumps
+// here and has nothing to save and restore where there is nothing to do.
+UTILS_SSE_APART void mix_with_four(const short* rf, const short* tableA, const short* tableB, short* outA, short* outB,
+                                   short* outC, short* outD, const short* tableC, const short* tableD, int lines, int n)
+{
+    for (int line = 1; line < lines; ++line, rf += n, outA += n, outB += n, outC += n, outD += n) {
+        map_blocks<8, 4>(
+            n,
+            [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                const auto samples = run.load(rf + i);
+                return mixed(multiply_q15(samples, run.load(tableA + i)), multiply_q15(samples, run.load(tableB + i)),
+                             multiply_q15(samples, run.load(tableC + i)), multiply_q15(samples, run.load(tableD + i)));
+            },
+            [=](std::ptrdiff_t i, const auto& products) UTILS_SSE_LAMBDA {
+                store(outA + i, products.with[0]);
+                store(outB + i, products.with[1]);
+                store(outC + i, products.with[2]);
+                store(outD + i, products.with[3]);
+            },
+            ahead<64>(rf));
+    }
+}
+
 } // namespace
 
 void CUtils_SSE::Demodulate(const short* rf, const short* table1, const short* table2, float* out1, float* out2, int n)
@@ -39,40 +62,30 @@ void CUtils_SSE::DemodulateNew(const short* rf, short* out1, short* out2, const 
                                int n)
 {
     for (int line = 0; line < lines; ++line, rf += n, out1 += n, out2 += n) {
-        const Rest rest = map_blocks<8, 4>(
-            n,
-            [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                const auto samples = run.load(rf + i);
-                return mixed(multiply_q15(samples, run.load(table1 + i)), multiply_q15(samples, run.load(table2 + i)));
-            },
-            [=](std::ptrdiff_t i, const auto& products) UTILS_SSE_LAMBDA {
-                store(out1 + i, products.with[0]);
-                store(out2 + i, products.with[1]);
-            },
-            ahead<64>(rf));
+        Rest rest{0, n};
+        if (n >= 8)
+            rest = map_blocks<8, 4>(
+                n,
+                [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                    const auto samples = run.load(rf + i);
+                    return mixed(multiply_q15(samples, run.load(table1 + i)), multiply_q15(samples, run.load(table2 + i)));
+                },
+                [=](std::ptrdiff_t i, const auto& products) UTILS_SSE_LAMBDA {
+                    store(out1 + i, products.with[0]);
+                    store(out2 + i, products.with[1]);
+                },
+                ahead<64>(rf));
         // The tail is zeroed, not computed.
-        for_rest(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { out1[i] = out2[i] = 0; });
+        cover<4>(rest, [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            Part<i16, 2 * count()>::store(out1 + i, zero<i16>());
+            Part<i16, 2 * count()>::store(out2 + i, zero<i16>());
+        });
     }
 }
 
 void CUtils_SSE::DemodulateHarmInterp(const short* rf, const short* tableA, const short* tableB, short* outA, short* outB,
                                       short* outC, short* outD, const short* tableC, const short* tableD, int lines, int n)
 {
-    // The last line is left alone, and so is the tail of every line.
-    for (int line = 1; line < lines; ++line, rf += n, outA += n, outB += n, outC += n, outD += n) {
-        map_blocks<8, 4>(
-            n,
-            [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                const auto samples = run.load(rf + i);
-                return mixed(multiply_q15(samples, run.load(tableA + i)), multiply_q15(samples, run.load(tableB + i)),
-                             multiply_q15(samples, run.load(tableC + i)), multiply_q15(samples, run.load(tableD + i)));
-            },
-            [=](std::ptrdiff_t i, const auto& products) UTILS_SSE_LAMBDA {
-                store(outA + i, products.with[0]);
-                store(outB + i, products.with[1]);
-                store(outC + i, products.with[2]);
-                store(outD + i, products.with[3]);
-            },
-            ahead<64>(rf));
-    }
+    if (UTILS_SSE_OUT_OF_LINE(n >= 8))
+        mix_with_four(rf, tableA, tableB, outA, outB, outC, outD, tableC, tableD, lines, n);
 }
