@@ -171,20 +171,6 @@ void separate_narrow(short* low, short* high, const unsigned char* src, int widt
 
 void CUtils_SSE::CombineBands(unsigned char* dst, const short* low, const short* high, int n)
 {
-    Rest rest{0, n};
-    if (UTILS_SSE_OUT_OF_LINE(n >= 16)) {
-        rest = map_blocks<16, 4>(
-            n,
-            [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-                const auto half = [=](std::ptrdiff_t k)
-                                      UTILS_SSE_LAMBDA { return combine_wrapping(run.load(low + k), run.load(high + k)); };
-                return narrow_in_order(half(i), half(i + run.count * 8));
-            },
-            [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); }, ahead<1024>(low),
-            ahead<1024>(high));
-        if (rest.count == 0)
-            return;
-    }
     // The tail does not wrap, on purpose.
     const auto compute = [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
         using Band = Part<i16, 2 * count()>;
@@ -193,12 +179,15 @@ void CUtils_SSE::CombineBands(unsigned char* dst, const short* low, const short*
     };
     const auto put = [=](auto count, std::ptrdiff_t i, u8 pixels)
                          UTILS_SSE_LAMBDA { Part<u8, count()>::store(dst + i, pixels); };
-    if (UTILS_SSE_OUT_OF_LINE(rest.count >= 4)) {
-        cover_in_place<8>(rest, compute, put);
-    } else {
-        constexpr std::integral_constant<int, 1> one;
-        for_up_to_three(rest, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { put(one, i, compute(one, i)); });
-    }
+    map_with_tail<16, 4>(
+        n,
+        [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+            const auto half = [=](std::ptrdiff_t k)
+                                  UTILS_SSE_LAMBDA { return combine_wrapping(run.load(low + k), run.load(high + k)); };
+            return narrow_in_order(half(i), half(i + run.count * 8));
+        },
+        [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); },
+        [=](Rest rest) UTILS_SSE_LAMBDA { cover_in_place<8>(rest, compute, put); }, ahead<1024>(low), ahead<1024>(high));
 }
 
 void CUtils_SSE::SeparateBands(short* low, short* high, const unsigned char* src, int width, int height)

@@ -128,9 +128,9 @@ UTILS_SSE_INLINE void map_run(std::ptrdiff_t i, const Compute& compute, const Pu
         constexpr FewPixels<Pixels> run;
         put(run, i, compute(run, i));
     } else {
-        compute_group<16, Pixels / 16>(i, [&](auto wanted, std::ptrdiff_t k) UTILS_SSE_LAMBDA {
-            return compute(Run<wanted.count>(), k);
-        }).put(i, [&](std::ptrdiff_t k, const auto& result) UTILS_SSE_LAMBDA { put(run_of(result), k, result); });
+        const auto results = compute_group<16, Pixels / 16>(
+            i, [&](auto blocks, std::ptrdiff_t k) UTILS_SSE_LAMBDA { return compute(Run<blocks.count>(), k); });
+        results.put(i, [&](std::ptrdiff_t k, const auto& result) UTILS_SSE_LAMBDA { put(run_of(result), k, result); });
     }
 }
 

@@ -450,15 +450,15 @@ UTILS_SSE_INLINE void map_products(int n, const short* x, const short* a, const 
         store(outA + i, finish(multiply_exact(x[i], a[i])));
         store(outB + i, finish(multiply_exact(x[i], b[i])));
     };
-    const Rest rest = map_blocks<8, 2>(n, compute, put, streams...);
-    if (n >= 8) {
+    if (UTILS_SSE_OUT_OF_LINE(n >= 8)) {
+        const Rest rest = map_blocks<8, 2>(n, compute, put, streams...);
         if (rest.count > 0)
             put(rest.i + rest.count - 8, compute(Blocks<1>(), rest.i + rest.count - 8));
-    } else if (n >= 4) {
+    } else if (UTILS_SSE_OUT_OF_LINE(n >= 4)) {
         four(0);
-        four(rest.count - 4);
+        four(n - 4);
     } else
-        for_up_to_three(rest, one);
+        for_up_to_three(Rest{0, n}, one);
 }
 
 // A sum of floats: four lanes, folded, then the tail elements one by one. term(V, i) is the lane vector or the single value
