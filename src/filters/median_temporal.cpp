@@ -11,11 +11,15 @@ namespace {
 template <class V, class T, class Function>
 UTILS_SSE_INLINE void map_few(T* dst, Rest rest, const Function& f)
 {
-    cover_in_place<V::lanes / 2>(
-        rest,
-        [=](auto count, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return f(Part<V, count() * static_cast<int>(sizeof(T))>(), i); },
-        [=](auto count, std::ptrdiff_t i, V result)
-            UTILS_SSE_LAMBDA { Part<V, count() * static_cast<int>(sizeof(T))>::store(dst + i, result); });
+    const auto compute = [=](auto count, std::ptrdiff_t i)
+                             UTILS_SSE_LAMBDA { return f(Part<V, count() * static_cast<int>(sizeof(T))>(), i); };
+    const auto put = [=](auto count, std::ptrdiff_t i, V result)
+                         UTILS_SSE_LAMBDA { Part<V, count() * static_cast<int>(sizeof(T))>::store(dst + i, result); };
+    constexpr std::integral_constant<int, 1> one;
+    if (UTILS_SSE_IN_LINE(rest.count == one)) // straight through
+        put(one, rest.i, compute(one, rest.i));
+    else
+        cover_in_place<V::lanes / 2>(rest, compute, put);
 }
 
 // The same with body(run, i) in whole blocks, and tail(run, i) behind them.
