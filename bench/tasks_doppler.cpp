@@ -59,7 +59,7 @@ std::vector<double> numbers(const Ensembles& ensembles)
     return all;
 }
 
-std::vector<double> numbers(const std::vector<std::complex<float>>& values)
+[[maybe_unused]] std::vector<double> numbers(const std::vector<std::complex<float>>& values) // without VOLK
 {
     std::vector<double> all;
     for (const std::complex<float>& z : values)

@@ -157,6 +157,30 @@ UTILS_SSE_INLINE f32 finish(const Transform& transform, float* magnitude, std::p
     return largest;
 }
 
+// Of lengths below 64 no row is stored: samples are the steps with stride n / 4, which is 4 or 8.
+UTILS_SSE_INLINE f32 finish_sixteen(const Transform& transform, float* magnitude)
+{
+    return finish(transform, magnitude, 0, 16, zero<f32>(), [&](std::ptrdiff_t o, std::ptrdiff_t, int d) UTILS_SSE_LAMBDA {
+        return Step{transform.samples(o + d * 4), zero<f32>()};
+    });
+}
+
+// x2 x3 y0 y1
+UTILS_SSE_INLINE f32 between(f32 x, f32 y)
+{
+    return {_mm_shuffle_ps(x.v, y.v, _MM_SHUFFLE(1, 0, 3, 2))};
+}
+
+UTILS_SSE_INLINE f32 finish_thirty_two(const Transform& transform, float* magnitude)
+{
+    return finish(transform, magnitude, 0, 32, zero<f32>(), [&](std::ptrdiff_t o, std::ptrdiff_t, int d) UTILS_SSE_LAMBDA {
+        const std::ptrdiff_t t = o + d * 4;
+        const f32 first = transform.samples(o + d * 8);
+        const f32 two_further = between(first, transform.samples(o + d * 8 + 4));
+        return combined(transform.cosines(t), transform.sines(t), first, {two_further, zero<f32>()});
+    });
+}
+
 UTILS_SSE_INLINE float largest_lane(f32 x)
 {
     const f32 pairs = maximum(x, high_halves(x, x)); // 0,2 1,3: no NaN and no -0 among them, so any order will do
@@ -170,19 +194,18 @@ float CUtils_SSE::FFTmagnitude(float* magnitude, const float* input, const float
     if (n < 16 || (n & (n - 1)) != 0)
         return 1.0f;
     const Transform transform{input, table, n};
-    const int top = n < 64 ? n / 4 : std::min(n / 8, kRow);
-    const int window = std::min(n, kRow - top / 2);
 
+    if (n < 64)
+        return largest_lane(n == 16 ? finish_sixteen(transform, magnitude) : finish_thirty_two(transform, magnitude));
+
+    const int top = std::min(n / 8, kRow);
+    const int window = std::min(n, kRow - top / 2);
     Row row;
     f32 largest = zero<f32>();
     for (int start = 0; start < n; start += window) {
         const int count = std::min(window, n - start);
         const auto fill = [&](int stride, const auto& make) UTILS_SSE_LAMBDA { row.fill(start, count + stride / 2, make); };
-        if (n < 64)
-            fill(top, [&](std::ptrdiff_t o, std::ptrdiff_t, int d) UTILS_SSE_LAMBDA {
-                return Step{transform.samples(o + d * top), zero<f32>()};
-            });
-        else if (top == n / 8)
+        if (top == n / 8)
             fill(top, [&](std::ptrdiff_t o, std::ptrdiff_t, int d) UTILS_SSE_LAMBDA { return transform.of_samples(o, d); });
         else
             fill(top, [&](std::ptrdiff_t o, std::ptrdiff_t, int d) UTILS_SSE_LAMBDA { return of_steps(transform, top, o, d); });
@@ -193,11 +216,8 @@ float CUtils_SSE::FFTmagnitude(float* magnitude, const float* input, const float
         };
         for (int stride = top / 2; stride >= 8; stride /= 2)
             fill(stride, [&](std::ptrdiff_t o, std::ptrdiff_t i, int d) UTILS_SSE_LAMBDA { return halved(stride, o, i, d); });
-        largest = n == 16
-                      ? finish(transform, magnitude, start, count, largest,
-                               [&](std::ptrdiff_t, std::ptrdiff_t i, int d) UTILS_SSE_LAMBDA { return row.at(i, d); })
-                      : finish(transform, magnitude, start, count, largest,
-                               [&](std::ptrdiff_t o, std::ptrdiff_t i, int d) UTILS_SSE_LAMBDA { return halved(4, o, i, d); });
+        largest = finish(transform, magnitude, start, count, largest,
+                         [&](std::ptrdiff_t o, std::ptrdiff_t i, int d) UTILS_SSE_LAMBDA { return halved(4, o, i, d); });
     }
     return largest_lane(largest);
 }

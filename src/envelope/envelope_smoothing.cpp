@@ -118,6 +118,8 @@ UTILS_SSE_INLINE void smooth_along(const float* work, unsigned char* out, int co
         edge(c);
 }
 
+// A row is smoothed along when the next one has been smoothed across: loads that straddle two stores wait until these have left
+// the core, which of short rows took as long again as everything else.
 template <bool Along>
 void filter(unsigned char* out, const unsigned char* in, float* work, int rows, int cols)
 {
@@ -133,9 +135,11 @@ void filter(unsigned char* out, const unsigned char* in, float* work, int rows, 
             put_row<!Along>(
                 cols, work, out, [=](std::ptrdiff_t c) UTILS_SSE_LAMBDA { return eight_across(in + c, cols, factors); },
                 [=](std::ptrdiff_t c) UTILS_SSE_LAMBDA { return one_across(in + c, cols); });
-        if constexpr (Along)
-            smooth_along(work, out, cols);
+        if (Along && r > 0)
+            smooth_along(work - cols, out - cols, cols);
     }
+    if (Along && rows > 0)
+        smooth_along(work - cols, out - cols, cols);
 }
 
 // The columns behind the last whole block of 16 keep the low 8 bits of what is too bright.
