@@ -2,7 +2,7 @@
 //
 // Averages that round down make all of it, without wider lanes: rounding down twice is rounding down once, so
 // (3a + b) >> 2 = floor((a + floor((a + b) / 2)) / 2).
-#include "simd/loops.h"
+#include "simd/streams.h"
 #include "utils_sse.h"
 
 #include <algorithm>

@@ -1,10 +1,7 @@
 // Loop drivers: block counts, stepping, prefetch. A kernel hands in its body and its tail.
 #pragma once
 
-#include "simd/vectors.h"
-
-#include <type_traits>
-#include <utility>
+#include "simd/rest.h"
 
 namespace simd {
 inline namespace UTILS_SSE_TIER {
@@ -57,25 +54,18 @@ UTILS_SSE_INLINE void repeat(const Function& f)
 
 // --- loops -----------------------------------------------------------------------------------------------------------
 //
-// A loop over n elements has three stretches: groups of blocks, single blocks, and the rest one at a time. With n <= 0 none
-// of them does anything.
+// A loop over n elements has groups of blocks, single blocks, and what is left of them (rest.h). With n <= 0 nothing is done.
 //
 // Why groups: one iteration should read and write whole 64-byte lines, with all of its loads before all of its stores. On a
 // recent Intel server core (arrays in L1, 128 floats, a + b) one vector per iteration takes 20.2 ns, four vectors each
 // loaded, added and stored in turn 21.6 ns, four vectors loaded and added before the first store 10.5 ns: stores to one line
 // are merged only when nothing comes between them. In place this is safe, since a group is read whole before it is written.
 //
-// Why the groups stand out of line and everything behind them is straight-line code: a short call runs through without a
-// taken branch. For 7 floats 2.2 ns; with loops in their natural order and index arithmetic 3.6 ns; the plain loop 3.2 ns.
+// Why short calls come first and the rest out of line: a jump that is taken costs half a nanosecond, and so does a scalar of a
+// tail. Calls shorter than a block fall straight through, and where whole blocks compute what the tail computes, overlapping
+// groups take its place (docs/performance.md has the figures).
 // The compiler is told not to vectorise or unroll kernels by itself (cmake/UtilsSseFlags.cmake); it would do so with these
 // stretches, for nothing.
-
-// What is left of a loop: `count` elements from i on; none when count <= 0.
-struct Rest
-{
-    std::ptrdiff_t i;
-    int count;
-};
 
 // A group should fill a 64-byte line of each output (a second line costs up to 1.7 times in L2), and all its results wait in
 // registers to be stored: half of sixteen at most, two of the eight that 32-bit code has. In vectors; wide ones fill as many
@@ -270,128 +260,6 @@ UTILS_SSE_INLINE Rest read_blocks(int n, const Body& body, Streams... streams)
     return {n & -Block, n & (Block - 1)}; // compilers know less of what the loops count
 }
 
-template <class Tail>
-UTILS_SSE_INLINE void for_up_to_three(Rest rest, const Tail& tail)
-{
-    if (rest.count > 0) {
-        tail(rest.i);
-        if (rest.count > 1) {
-            tail(rest.i + 1);
-            if (rest.count > 2)
-                tail(rest.i + 2);
-        }
-    }
-}
-
-// one(0), one(1), one(2) for calls of at most three elements; a single one runs straight through.
-template <class One>
-UTILS_SSE_INLINE void for_few(int n, const One& one)
-{
-    if (n > 0) {
-        one(0);
-        if (UTILS_SSE_OUT_OF_LINE(n > 1)) {
-            one(1);
-            if (n > 2)
-                one(2);
-        }
-    }
-}
-
-// four(i) computes elements i .. i + 3, tail(i) element i: for kernels whose blocks are large.
-template <class Four, class Tail>
-UTILS_SSE_INLINE void for_rest(Rest rest, const Four& four, const Tail& tail)
-{
-    for (; rest.count >= 4; rest.count -= 4, rest.i += 4)
-        four(rest.i);
-    for_up_to_three(rest, tail);
-}
-
-// tail(i) computes element i.
-template <class Tail>
-UTILS_SSE_INLINE void for_rest(Rest rest, const Tail& tail)
-{
-    for_rest(
-        rest, [&](std::ptrdiff_t i) UTILS_SSE_LAMBDA { tail(i), tail(i + 1), tail(i + 2), tail(i + 3); }, tail);
-}
-
-// body(i) computes the Block elements from i on; n is Block at least. There is no tail: the last block is moved back to end
-// with element n - 1, so that some elements are computed twice. Not for work in place.
-template <int Block, class Body>
-UTILS_SSE_INLINE void cover_blocks(int n, const Body& body)
-{
-    const std::ptrdiff_t last = n - Block;
-    for (std::ptrdiff_t i = 0; i < last; i += Block)
-        body(i);
-    body(last);
-}
-
-// f(size), where size, a constant, is the largest power of two from Low to High that is not above count (Low at least is not).
-template <int Low, int High, class Function>
-UTILS_SSE_INLINE void with_part(int count, const Function& f)
-{
-    if constexpr (Low == High) {
-        f(std::integral_constant<int, Low>());
-    } else {
-        constexpr int upper = Low * Low * 4 > High ? Low * 2 : Low * 4; // of up to four sizes two stay on either side
-        if (count >= upper)
-            with_part<upper, High>(count, f);
-        else
-            with_part<Low, upper / 2>(count, f);
-    }
-}
-
-// handle(count, i) computes `count` elements from i on; count is a constant, Most or a smaller power of two. What is left is
-// covered by runs that overlap, so that some elements are computed twice. Not for work in place. Fewer than Least elements
-// are not handled.
-template <int Most, int Least = 1, class Handle>
-UTILS_SSE_INLINE void cover(Rest rest, const Handle& handle)
-{
-    constexpr std::integral_constant<int, Most> most;
-    if (rest.count >= Most) {
-        for (; rest.count > Most; rest.count -= Most, rest.i += Most)
-            handle(most, rest.i);
-        handle(most, rest.i + rest.count - Most);
-    } else if constexpr (Most > Least) {
-        cover<Most / 2, Least>(rest, handle);
-    }
-}
-
-// The same for work in place: compute(count, i) returns the results of `count` elements from i on, put(count, i, results)
-// writes them, and everything is read before anything is written. At most 2 * Most - 1 elements.
-template <int Most, class Compute, class Put>
-UTILS_SSE_INLINE void cover_in_place(Rest rest, const Compute& compute, const Put& put)
-{
-    if (rest.count <= 0)
-        return;
-    with_part<1, Most>(rest.count, [&](auto part) UTILS_SSE_LAMBDA {
-        const auto first_results = compute(part, rest.i);
-        if constexpr (part() > 1) {
-            const std::ptrdiff_t last = rest.i + rest.count - part;
-            const auto last_results = compute(part, last);
-            put(part, rest.i, first_results);
-            put(part, last, last_results);
-        } else
-            put(part, rest.i, first_results);
-    });
-}
-
-// handle(count, i) as in cover(), but in runs that do not overlap. At most 2 * Most - 1 elements.
-template <int Most, class Handle>
-UTILS_SSE_INLINE void for_parts(Rest rest, const Handle& handle)
-{
-    if (rest.count < 2) {
-        if (rest.count == 1)
-            handle(std::integral_constant<int, 1>(), rest.i);
-        return;
-    }
-    if (rest.count & Most) {
-        handle(std::integral_constant<int, Most>(), rest.i);
-        rest.i += Most;
-    }
-    if constexpr (Most > 1)
-        for_parts<Most / 2>(Rest{rest.i, rest.count & (Most - 1)}, handle);
-}
-
 // dst[i] = f(src[i]...) over floats: one generic function of values is body and tail. dst may equal any src.
 template <class Function, class... Source>
 UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Source*... src)
@@ -478,94 +346,6 @@ UTILS_SSE_INLINE float sum_in_lanes(int n, const Term& term, Streams... streams)
     }
     for_few(n, one); // empty lanes fold to 0
     return sum;
-}
-
-// --- several outputs of the same inputs ------------------------------------------------------------------------------
-//
-// A group loads the inputs of a whole line, then fills that line of one output after the other: storing block by block to
-// all of them takes up to twice as long (two and four outputs, arrays in L2). There is no tail: what is left of whole blocks
-// is covered by a last block that ends with the run and overlaps the one before. So no output may be an input.
-
-// One output: result(inputs) is what is stored at `at`.
-template <class T, class Result>
-struct Output
-{
-    T* at;
-    Result result;
-
-    template <class Part, class Inputs, int... B>
-    UTILS_SSE_INLINE void put(std::ptrdiff_t i, const Inputs* inputs, std::integer_sequence<int, B...>) const
-    {
-        (Part::store(at + i + B * Part::elements, result(inputs[B])), ...);
-    }
-};
-
-template <class T, class Result>
-UTILS_SSE_INLINE Output<T, Result> output(T* at, const Result& result)
-{
-    return {at, result};
-}
-
-template <class Part, class Load, int... B, class... Outputs>
-UTILS_SSE_INLINE void stream_group(std::ptrdiff_t i, std::integer_sequence<int, B...> blocks, const Load& load,
-                                   const Outputs&... outputs)
-{
-    const decltype(load(Part(), i)) inputs[] = {load(Part(), i + B * Part::elements)...};
-    (outputs.template put<Part>(i, inputs, blocks), ...);
-}
-
-// A run shorter than twice `Bytes`: its first and its last `Bytes`, or in smaller parts.
-template <class V, int Bytes, class Load, class... Outputs>
-UTILS_SSE_INLINE void map_short_run(std::ptrdiff_t n, const Load& load, const Outputs&... outputs)
-{
-    using Low = Part<V, Bytes>;
-    if (n >= Low::elements) {
-        stream_group<Low>(0, std::integer_sequence<int, 0>(), load, outputs...);
-        if constexpr (Low::elements > 1)
-            stream_group<Low>(n - Low::elements, std::integer_sequence<int, 0>(), load, outputs...);
-    } else if constexpr (Low::elements > 1)
-        map_short_run<V, Bytes / 2>(n, load, outputs...);
-}
-
-// load(part, i) returns the inputs from element i on, which it reads with part.load(); every output makes its own result of
-// them.
-template <class V, class Load, class... Outputs>
-UTILS_SSE_INLINE void map_together(std::ptrdiff_t n, const Load& load, const Outputs&... outputs)
-{
-    constexpr int whole_bytes = 16 * UTILS_SSE_MOST_BLOCKS;
-    using Whole = Part<V, whole_bytes>;
-    // 32-bit code has registers for one vector; those of four blocks fill a line each.
-    constexpr int group = sizeof(void*) == 8 && UTILS_SSE_MOST_BLOCKS < 4 ? 4 : 1;
-    constexpr std::ptrdiff_t block = Whole::elements;
-    if (n < block) {
-        map_short_run<V, whole_bytes / 2>(n, load, outputs...);
-        return;
-    }
-    std::ptrdiff_t i = 0;
-    for (; n - i >= group * block; i += group * block)
-        stream_group<Whole>(i, std::make_integer_sequence<int, group>(), load, outputs...);
-    if constexpr (group > 1)
-        for (; n - i >= block; i += block)
-            stream_group<Whole>(i, std::integer_sequence<int, 0>(), load, outputs...);
-    if (i < n)
-        stream_group<Whole>(n - block, std::integer_sequence<int, 0>(), load, outputs...);
-}
-
-// From here on calls of memcpy pay, and so does the care of map_streams.
-template <class V>
-constexpr std::ptrdiff_t kLongRun = 24 * V::lanes;
-
-// The same for long runs. Where blocks straddle the lines of the cache, every group would leave half-filled lines behind; it
-// is faster (1.4 times at 500 bytes) to make one whole output after the other, though what they have in common is then read
-// and computed again.
-template <class V, class Load, class... Outputs>
-UTILS_SSE_INLINE void map_streams(std::ptrdiff_t n, const Load& load, const Outputs&... outputs)
-{
-    if (sizeof...(outputs) > 1 && n >= kLongRun<V> &&
-        ((reinterpret_cast<std::uintptr_t>(outputs.at) | ...) & (kLineBytes - 1)) != 0)
-        (map_together<V>(n, load, outputs), ...);
-    else
-        map_together<V>(n, load, outputs...);
 }
 
 } // namespace UTILS_SSE_TIER
