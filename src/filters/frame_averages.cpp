@@ -110,6 +110,12 @@ void CUtils_SSE::WeightedAverage(unsigned char* dst, const unsigned char* a, con
         n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return in_order(blend(run.load(a + i), run.load(b + i))); },
         [=](std::ptrdiff_t i, auto pixels) UTILS_SSE_LAMBDA { store(dst + i, pixels); },
         [=](int count) UTILS_SSE_LAMBDA {
+            if (UTILS_SSE_IN_LINE(count < 4)) {
+                for_few(count, [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                    dst[i] = static_cast<unsigned char>((a[i] * (256 - w) + b[i] * w) >> 8);
+                });
+                return;
+            }
             cover_in_place<8>(
                 Rest{0, count},
                 [=](auto part, std::ptrdiff_t i)

@@ -171,7 +171,7 @@ UTILS_SSE_INLINE void map_pixels(int n, const Compute& compute, const Put& put, 
         map_run<4>(0, compute, put);
         map_run<4>(n - 4, compute, put);
     } else {
-        for_up_to_three(Rest{0, n}, one);
+        for_few(n, one);
     }
 }
 

@@ -268,10 +268,7 @@ UTILS_SSE_INLINE void map_floats(int n, float* dst, const Function& f, const Sou
     map_to_the_end<4, 4>(
         n, [=](auto run, std::ptrdiff_t i) UTILS_SSE_LAMBDA { return f(run.load(src + i)...); },
         [=](std::ptrdiff_t i, auto result) UTILS_SSE_LAMBDA { store(dst + i, result); },
-        [=](int count) UTILS_SSE_LAMBDA {
-            for_up_to_three(Rest{0, count}, one);
-        },
-        ahead<64>(src)...);
+        [=](int count) UTILS_SSE_LAMBDA { for_few(count, one); }, ahead<64>(src)...);
 }
 
 // The same for dst among the sources: dst[i] = f(dst[i], src[i]...).
@@ -326,7 +323,7 @@ UTILS_SSE_INLINE void map_products(int n, const short* x, const short* a, const 
         four(0);
         four(n - 4);
     } else
-        for_up_to_three(Rest{0, n}, one);
+        for_few(n, one);
 }
 
 // A sum of floats: four lanes, folded, then the tail elements one by one. term(V, i) is the lane vector or the single value

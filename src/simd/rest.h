@@ -47,8 +47,12 @@ UTILS_SSE_INLINE void for_few(int n, const One& one)
 template <class Four, class Tail>
 UTILS_SSE_INLINE void for_rest(Rest rest, const Four& four, const Tail& tail)
 {
-    for (; rest.count >= 4; rest.count -= 4, rest.i += 4)
-        four(rest.i);
+    if (UTILS_SSE_OUT_OF_LINE(rest.count >= 4))
+        do {
+            four(rest.i);
+            rest.count -= 4;
+            rest.i += 4;
+        } while (rest.count >= 4);
     for_up_to_three(rest, tail);
 }
 

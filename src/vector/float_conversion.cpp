@@ -27,8 +27,8 @@ void CUtils_SSE::ShortToFloat(float* dst, const short* src, const float* gain, i
                                   UTILS_SSE_LAMBDA { return to_float(widen(load_four(src + i)).low) * load<f32>(gain + i); };
             const auto one = [=](std::ptrdiff_t i)
                                  UTILS_SSE_LAMBDA { store(dst + i, to_float(src[i]) * load<float>(gain + i)); };
-            if (count < 4) {
-                for_up_to_three(Rest{0, count}, one);
+            if (UTILS_SSE_IN_LINE(count < 4)) {
+                for_few(count, one);
                 return;
             }
             const f32 last = four(count - 4);
@@ -74,14 +74,19 @@ void CUtils_SSE::FloatToByte(unsigned char* dst, const float* src, const unsigne
     const auto look_up_eight = [=](std::ptrdiff_t i, i16 index) UTILS_SSE_LAMBDA {
         for_each_unsigned_lane(index, [=](int lane, int value) UTILS_SSE_LAMBDA { dst[i + lane] = table[value]; });
     };
-    const Rest rest = read_blocks<16, 1>(
-        n,
-        [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
-            look_up_eight(i, eight(i));
-            look_up_eight(i + 8, eight(i + 8));
-        },
-        ahead<64>(src));
     // Body rounds and saturates the index, tail truncates and keeps its low 16 bits.
-    for_rest(rest,
-             [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA { dst[i] = table[static_cast<unsigned short>(truncate_to_int(src[i]))]; });
+    const auto one = [=](std::ptrdiff_t i)
+                         UTILS_SSE_LAMBDA { dst[i] = table[static_cast<unsigned short>(truncate_to_int(src[i]))]; };
+    if (UTILS_SSE_IN_LINE(n < 16)) {
+        for_rest(Rest{0, n}, one);
+        return;
+    }
+    for_rest(read_blocks<16, 1>(
+                 n,
+                 [=](std::ptrdiff_t i) UTILS_SSE_LAMBDA {
+                     look_up_eight(i, eight(i));
+                     look_up_eight(i + 8, eight(i + 8));
+                 },
+                 ahead<64>(src)),
+             one);
 }

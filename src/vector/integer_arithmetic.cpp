@@ -73,8 +73,8 @@ void CUtils_SSE::AddSaturate(short* dst, float* flags, const short* a, const sho
                                      Flags::broadcast(kBothAtLimits)));
         },
         [=](int count) UTILS_SSE_LAMBDA {
-            if (count < 4) {
-                for_up_to_three(Rest{0, count}, one);
+            if (UTILS_SSE_IN_LINE(count < 4)) {
+                for_few(count, one);
                 return;
             }
             const auto put_four = [=](std::ptrdiff_t i, const Saturated<i16>& result) UTILS_SSE_LAMBDA {
