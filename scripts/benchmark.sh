@@ -36,8 +36,8 @@ case "${1:-}" in
     measure tasks utils_sse_tasks --benchmark_repetitions=7 >/dev/null
     # Where the system happens to load code and arrays changes calls of a few nanoseconds by half: several processes.
     caches=()
-    for process in 1 2 3 4 5; do
-        measure caches-$process utils_sse_bench --benchmark_repetitions=2 --benchmark_filter='-/memory/' >/dev/null
+    for process in 1 2 3 4 5 6 7 8 9 10; do
+        measure caches-$process utils_sse_bench --benchmark_repetitions=1 --benchmark_filter='-/memory/' >/dev/null
         caches+=("build/release/bench/caches-$process.json")
     done
     measure memory utils_sse_bench --benchmark_repetitions=3 --benchmark_filter='/memory/' >/dev/null
