@@ -272,7 +272,9 @@ def chain_tables(paths):
         best = group[min(there, key=lambda name: statistics.median(group[name]["one_core"]))]
         text = f"{rate(best['one_core'])} / {rate(best['two_threads'])}"
         ratio = statistics.median(best["one_core"]) / statistics.median(group["utils_sse"]["one_core"])
-        return f"{text} ({ratio_text(ratio)})" if compared else text
+        if not compared:
+            return text
+        return f"{text} ({f'{ratio:.2f}' if best['candidate'] in own else ratio_text(ratio)})" # a build of ours that is faster is no loss
 
     lines = [
         f"Machine: {processor()}; {'; '.join(c for c in (compiler('g++'), compiler('clang++')) if c)}; "
