@@ -46,7 +46,7 @@ UTILS_SSE_INLINE long long sum_blocks(const unsigned char* a, const unsigned cha
     if constexpr (step > 16) {
         for (; rest.count >= step; rest.count -= step, rest.i += step)
             sums[0] = add_wrap(sums[0], sum_of_part<Step>(a + rest.i, b + rest.i));
-        rest = {n & -step, n & (step - 1)};
+        rest = behind_blocks<step>(n);
     }
     i64 sum = add_blocks_wrap(add_wrap(add_wrap(sums[0], sums[1]), add_wrap(sums[2], sums[3])));
     for (; rest.count >= 16; rest.count -= 16, rest.i += 16)

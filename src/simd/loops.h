@@ -61,8 +61,8 @@ UTILS_SSE_INLINE void repeat(const Function& f)
 // loaded, added and stored in turn 21.6 ns, four vectors loaded and added before the first store 10.5 ns: stores to one line
 // are merged only when nothing comes between them. In place this is safe, since a group is read whole before it is written.
 //
-// Why short calls come first and the rest out of line: a jump that is taken costs half a nanosecond, and so does a scalar of a
-// tail. Calls shorter than a block fall straight through, and where whole blocks compute what the tail computes, overlapping
+// Why short calls come first and the rest out of line: jumps that are taken, and scalars of a tail, cost tenths of a nanosecond
+// each. Calls shorter than a block fall straight through, and where whole blocks compute what the tail computes, overlapping
 // groups take its place (docs/performance.md has the figures).
 // The compiler is told not to vectorise or unroll kernels by itself (cmake/UtilsSseFlags.cmake); it would do so with these
 // stretches, for nothing.
@@ -257,7 +257,7 @@ UTILS_SSE_INLINE Rest read_blocks(int n, const Body& body, Streams... streams)
         body(rest.i);
     if (n < 0)
         return {0, 0};
-    return {n & -Block, n & (Block - 1)}; // compilers know less of what the loops count
+    return behind_blocks<Block>(n);
 }
 
 // dst[i] = f(src[i]...) over floats: one generic function of values is body and tail. dst may equal any src.

@@ -16,6 +16,13 @@ struct Rest
     int count;
 };
 
+// What is left of whole blocks of n elements, from n alone: compilers know less of what loops have counted. n is not negative.
+template <int Block>
+UTILS_SSE_INLINE Rest behind_blocks(int n)
+{
+    return {n & -Block, n & (Block - 1)};
+}
+
 template <class Tail>
 UTILS_SSE_INLINE void for_up_to_three(Rest rest, const Tail& tail)
 {

@@ -6,13 +6,6 @@ using namespace simd;
 
 namespace {
 
-// What is left of whole blocks; n is not negative.
-template <int Block>
-UTILS_SSE_INLINE Rest behind_blocks(int n)
-{
-    return {n & -Block, n & (Block - 1)};
-}
-
 // The sum of values(run, i), which wraps, over whole blocks. Integers may be added in any order, so four sums run side by side.
 // n is Block at least.
 template <int Block, class Values>
